@@ -1,0 +1,2 @@
+// Placeholder until the reader benchmark lands.
+int main() { return 0; }

@@ -1,0 +1,154 @@
+// The command line: option parsing, the usage text, the start-up file and one
+// complete run of the interface over the files named.
+#include "driver/command_line.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "driver/globals.h"
+#include "ri/attributes.h"
+#include "ri/renderer.h"
+#include "rib/requests.h"
+
+namespace {
+
+const char usage_text[] =
+    "tracery - X11 vector previewer for RIB files\n"
+    "Quill Rendering Tools (Adheres to the RenderMan Standard)\n"
+    "\n"
+    "Usage: tracery [options] file1 ... fileN\n"
+    "   options:\n"
+    "\t  -res x y           Specify image resolution (if not in RIB)\n"
+    "\t  -frames f1 f2      Specify frame interval\n"
+    "\t  -sync n            Synchronize frames times to <n> per second\n"
+    "\t  -nowait            Do not wait for ESC when finished\n"
+    "\t  -rd det            Multiply level of detail by <det>\n"
+    "\t  -ps psfile         Dump vector preview to PostScript file\n"
+    "\t  -color | -nocolor  Force color (or b&w) display\n"
+    "\t  {-fg | -bg} color  Specify fg or bg colors for vector display\n"
+    "\t  -v                 Verbose mode\n"
+    "\n";
+
+// The string value of the "-v" option; RiOption takes string values as a
+// pointer to an array of strings.
+const char* verbose_value = "verbose";
+
+// The search path and echo level ParseRIB gets: fields of the current options.
+const char* current_searchpath() { return renderer ? renderer->include_path : nullptr; }
+int current_echo() { return renderer ? renderer->verbosity : 0; }
+
+// An option that lacks its arguments ends the program with a one-line
+// diagnostic instead of reading past the end of argv.
+void require_arguments(int argc, int i, int count, const char* option) {
+    if (i + count < argc) return;
+    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count,
+                 count == 1 ? "" : "s");
+    std::exit(2);
+}
+
+void read_colour(char** argv, int i, float rgb[3]) {
+    for (int k = 0; k < 3; ++k) rgb[k] = static_cast<float>(std::atof(argv[i + 1 + k]));
+}
+
+// Carries out the option at argv[i]; returns the number of words it takes
+// (the option included), or 0 when the word is not an option.
+int apply_option(int argc, char** argv, int i) {
+    const char* word = argv[i];
+    auto is = [word](const char* option) { return std::strcmp(word, option) == 0; };
+    if (is("-") || is("-h") || is("-help")) usage();
+    if (is("-debug")) {
+        RMDEBUG = 2;
+        return 1;
+    }
+    if (is("-frames")) {
+        require_arguments(argc, i, 2, word);
+        start_frame = std::atol(argv[i + 1]);
+        end_frame = std::atol(argv[i + 2]);
+        return 3;
+    }
+    if (is("-ps")) {
+        require_arguments(argc, i, 1, word);
+        dump_postscript = 1;
+        postscript_filename = argv[i + 1];
+        return 2;
+    }
+    if (is("-dumprib") || is("-dumptri")) {
+        dump_diced_rib = is("-dumprib") ? 1 : 2;
+        return 1;
+    }
+    if (is("-res")) {
+        require_arguments(argc, i, 2, word);
+        RiFormat(std::atoi(argv[i + 1]), std::atoi(argv[i + 2]), 1.0f);
+        return 3;
+    }
+    if (is("-sync")) {
+        require_arguments(argc, i, 1, word);
+        sync_times = std::atoi(argv[i + 1]);
+        return 2;
+    }
+    if (is("-v")) {
+        verbose = 1;
+        RiOption("runtime", "verbosity", &verbose_value, RI_NULL);
+        return 1;
+    }
+    if (is("-nowait")) {
+        wait_for_last_frame = 0;
+        return 1;
+    }
+    if (is("-rd")) {
+        require_arguments(argc, i, 1, word);
+        RiRelativeDetail(static_cast<float>(std::atof(argv[i + 1])));
+        return 2;
+    }
+    if (is("-color") || is("-nocolor")) {
+        use_colors = is("-color") ? 1 : 0;
+        return 1;
+    }
+    if (is("-bg") || is("-fg")) {
+        require_arguments(argc, i, 3, word);
+        read_colour(argv, i, is("-bg") ? bg_color : fg_color);
+        return 4;
+    }
+    return 0;
+}
+
+}  // namespace
+
+[[noreturn]] void usage() {
+    std::fputs(usage_text, stderr);
+    std::fflush(stderr);
+    std::exit(0);
+}
+
+int parse_options(int argc, char** argv) {
+    int i = 1;
+    while (i < argc) {
+        int taken = apply_option(argc, argv, i);
+        if (taken == 0) break;
+        i += taken;
+    }
+    return i;
+}
+
+void read_startup_file() {
+    const char* home = std::getenv("HOME");
+    if (home == nullptr) return;
+    std::string path = std::string(home) + "/.traceryrc";
+    ParseRIB(path.c_str(), current_searchpath(), current_echo(), 0);
+}
+
+void run_once(int argc, char** argv) {
+    RiBegin(RI_NULL);
+    read_startup_file();
+    int first_file = parse_options(argc, argv);
+    if (first_file >= argc) {
+        if (!background) ParseRIB(nullptr, current_searchpath(), current_echo(), 0);
+    } else {
+        for (int i = first_file; i < argc; ++i) {
+            ParseRIB(argv[i], current_searchpath(), current_echo(), 1);
+        }
+    }
+    RiEnd();
+}

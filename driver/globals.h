@@ -1,0 +1,20 @@
+// Process-wide settings made by the command line and read by the reader and
+// the previewer.
+#ifndef TRACERY_DRIVER_GLOBALS_H
+#define TRACERY_DRIVER_GLOBALS_H
+
+extern int RMDEBUG;
+extern long start_frame;
+extern long end_frame;
+extern int dump_postscript;
+extern char* postscript_filename;
+extern int dump_diced_rib;
+extern int sync_times;
+extern int verbose;
+extern int wait_for_last_frame;
+extern float bg_color[3];
+extern float fg_color[3];
+extern int background;
+extern int repeat_file;
+
+#endif  // TRACERY_DRIVER_GLOBALS_H

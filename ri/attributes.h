@@ -1,0 +1,46 @@
+// The graphics state record GState with its tagged pool, and the attribute
+// stack shared by attribute, solid and object blocks.
+#ifndef TRACERY_RI_ATTRIBUTES_H
+#define TRACERY_RI_ATTRIBUTES_H
+
+#include <cstdint>
+
+#include "ri/ri.h"
+
+constexpr uint32_t GSTATE_SHARED = 1u;        // bit 0 of flags: copy before writing
+constexpr uint32_t GSTATE_READY_MASK = 0xf8000u;  // bits 15..19, cleared by ready_gstate
+constexpr int ATTRIBUTE_STACK_MAX = 128;
+// The record size the statistics report in (peak * 288 / 1024 kb).
+constexpr int GSTATE_RECORD_BYTES = 288;
+
+class GState {
+public:
+    // With a null parent, the defaults; otherwise a copy of *parent.
+    explicit GState(const GState* parent);
+    static void* operator new(size_t size);
+    static void operator delete(void* p);
+    static void release_memory(int tag);
+    static void printstats();
+
+    uint32_t flags;
+    uint32_t flags2;
+    float color[3];
+    float opacity[3];
+    float (*ubasis)[4];
+    float (*vbasis)[4];
+    unsigned char ustep;
+    unsigned char vstep;
+    unsigned char reserved_byte;
+    int* shared_ref;  // reference-counted object; its third word is the count
+
+    // requested, peak, outstanding
+    static long memstats[3];
+};
+
+// Whether RiColor changes the drawing colour (-color / -nocolor).
+extern int use_colors;
+
+// Depth of the attribute stack (for tests and diagnostics).
+int attribute_stack_depth();
+
+#endif  // TRACERY_RI_ATTRIBUTES_H

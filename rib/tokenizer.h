@@ -1,0 +1,83 @@
+// The RIB tokenizer: one character of lookahead over a buffered stream, line
+// counting, comments, identifiers, numbers, strings, the numeric forms of the
+// binary encoding, one-token push-back, the number/string/vector readers and
+// the parser's scratch buffer.
+#ifndef TRACERY_RIB_TOKENIZER_H
+#define TRACERY_RIB_TOKENIZER_H
+
+#include <cstdio>
+
+// Token codes returned by read_RIB_token (any other value is a single byte).
+enum RibToken {
+    TOKEN_EOF = -1,
+    TOKEN_IDENTIFIER = 'A',
+    TOKEN_NUMBER = '1',
+    TOKEN_STRING = '"',
+    TOKEN_HASH = '#',
+    TOKEN_END = 255
+};
+
+// Capacity of every token text buffer, terminating NUL included. Longer
+// tokens are cut to RIB_TOKEN_MAX - 1 bytes and reported as a syntax error.
+constexpr int RIB_TOKEN_MAX = 1024;
+
+// The whole reader state of one stream; saved and restored around archives.
+struct RibStreamState {
+    FILE* stream;
+    unsigned char* buffer;  // read buffer of the stream (owned)
+    int buffer_pos;
+    int buffer_len;
+    int lookahead;
+    int at_eof;
+    char* name_copy;  // owned copy of the stream's name
+    int line;         // private line counter, kept with RIB_lineno
+    char pushback_text[RIB_TOKEN_MAX];
+    int pushback_code;
+};
+
+// Echo level of the current stream (the third argument of ParseRIB).
+extern int RIB_echo;
+
+extern unsigned char* RIBparse_scratch;
+extern int RIBparse_scratch_size;
+
+int RIBparse_open_stream(FILE* f, const char* name);
+void RIBparse_close_stream();
+// Moves the current reader state out into *saved (leaving no stream open) and
+// back in again.
+void RIBparse_save_state(RibStreamState* saved);
+void RIBparse_restore_state(RibStreamState* saved);
+
+// Reads the next token into text (RIB_TOKEN_MAX bytes) and returns its code.
+int read_RIB_token(char* text);
+int RIBparse_return_token(const char* text, int code);
+// The lookahead byte (255 at end of input), the end flag, and consuming it.
+int RIBparse_lookahead();
+int RIBparse_at_eof();
+void RIBparse_advance();
+// Skips characters up to, not including, the next newline.
+void RIBparse_skip_line();
+
+int RIBparse_read_number(char* text);
+int RIBparse_quoted_string(char* text);
+int RIBparse_ivector(int n, int** buf, int* cap);
+int RIBparse_fvector(int n, float** buf, int* cap);
+int RIBparse_fvector(int n, float* out);
+int RIBparse_unsized_ivector(int* n, int** buf, int* cap);
+int RIBparse_unsized_fvector(int* n, float** buf, int* cap);
+// Fixed-array form: reads at most max_count elements into out; a longer list
+// is read to its end, reported, and fails.
+int RIBparse_unsized_fvector(int* n, float* out, int max_count);
+// One value or a bracketed list into out (at most out_size bytes); returns the
+// number of bytes stored, or -1 after a report.
+int RIBparse_value_list(char* out, int out_size);
+void RIBparse_check_scratchsize(int needed);
+
+// Number conversions as the C library's atof and atoi read a token's text.
+float rib_atof(const char* text);
+int rib_atoi(const char* text);
+
+// Reports a syntax error (code 47, severity 2) with the message.
+void rib_syntax_error(const char* message);
+
+#endif  // TRACERY_RIB_TOKENIZER_H

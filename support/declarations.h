@@ -1,0 +1,62 @@
+// Interned tokens and parameter declarations: the token table, the
+// declaration list, RiDeclare's grammar and the standard identifiers.
+#ifndef TRACERY_SUPPORT_DECLARATIONS_H
+#define TRACERY_SUPPORT_DECLARATIONS_H
+
+#include "ri/ri.h"
+#include "support/hashtable.h"
+
+// Type codes of a declaration.
+enum DeclType {
+    DECL_NONE = 0,
+    DECL_FLOAT = 1,
+    DECL_POINT = 2,
+    DECL_COLOR = 3,
+    DECL_STRING = 4,
+    DECL_INTEGER = 5,
+    DECL_VECTOR = 6,
+    DECL_NORMAL = 7,
+    DECL_HPOINT = 8,
+    DECL_MATRIX = 9
+};
+
+// Storage classes of a declaration.
+enum DeclClass { CLASS_UNIFORM = 0, CLASS_VARYING = 1, CLASS_VERTEX = 2, CLASS_CONSTANT = 3 };
+
+// Bytes per element of each type code (a string counts 4, one value).
+extern int param_sizes[10];
+
+class Declaration : public HashTableEntry {
+public:
+    explicit Declaration(const char* token);
+    ~Declaration() override;
+
+    int bytesize() const;  // count * param_sizes[type]
+    static const char* type_name(int code);
+    static const char* detailname(int code);
+    void stringize(char* buffer) const;
+    static void stringize(char* buffer, int detail, int type, int count);
+
+    unsigned char type;
+    unsigned char detail;
+    short count;
+};
+
+class DeclarationList : public HashTable {
+public:
+    explicit DeclarationList(int size) : HashTable(size) {}
+    RtToken add(const char* name, const char* declaration);
+    int size(const char* name);
+    Declaration* lookup(const char* name) { return static_cast<Declaration*>(find(name)); }
+};
+
+extern HashTable token_table;
+extern DeclarationList declaration_list;
+extern int token_table_totalmem;
+extern int declaration_list_totalmem;
+
+// The interned copy of name (made on first use; never freed).
+RtToken NewToken(const char* name);
+void DeclareStandardIdentifiers();
+
+#endif  // TRACERY_SUPPORT_DECLARATIONS_H

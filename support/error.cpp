@@ -1,0 +1,142 @@
+// Error reporting: the three standard handlers, the installed handler,
+// QuillError, the duplicate suppression of the printing handler, and the
+// conversion between variadic (token, value) lists and parallel arrays.
+#include "support/error.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+RtErrorHandler RMError = RiErrorPrint;
+RtInt RiLastError = 0;
+int RIB_lineno = 0;
+const char* RIB_filename = nullptr;
+
+RtToken _V_names[V_LIST_MAX];
+RtPointer _V_params[V_LIST_MAX];
+
+namespace {
+
+// Line of the last printed report; -1 before the first.
+int last_reported_line = -1;
+
+const char* const severity_names[4] = {"INFO", "WARNING", "ERROR", "SEVERE ERROR"};
+
+// The interleaved list of _array_to_v has room of its own: 99 pairs and the
+// terminating null pair.
+constexpr int INTERLEAVED_WORDS = 2 * (V_LIST_MAX - 1) + 2;
+void* interleaved_list[INTERLEAVED_WORDS];
+
+// Message buffer of QuillError; a longer message is cut at its end.
+constexpr int QUILL_MESSAGE_MAX = 512;
+
+bool is_suppressed_repeat(int code, const char* message) {
+    if (RIB_lineno != last_reported_line || code != RiLastError) return false;
+    return !(code == RIE_BADTOKEN && message != nullptr);
+}
+
+const char* severity_name(int severity) {
+    if (severity < 0 || severity > 3) return "UNKNOWN";
+    return severity_names[severity];
+}
+
+}  // namespace
+
+const char* error_code_text(int code) {
+    switch (code) {
+        case RIE_NOMEM: return "Memory allocation error";
+        case RIE_SYSTEM: return "System error";
+        case RIE_NOFILE: return "File not found";
+        case RIE_BADFILE: return "Bad file";
+        case RIE_INCAPABLE: return "Optional RI feature not implemented";
+        case RIE_UNIMPLEMENT: return "Unimplemented feature";
+        case RIE_LIMIT: return "Program limit";
+        case RIE_BUG: return "Probable bug in renderer";
+        case RIE_NOTSTARTED: return "RiBegin not called";
+        case RIE_NESTING: return "Nesting error";
+        case RIE_NOTOPTIONS: return "Invalid state for declaring options";
+        case RIE_NOTATTRIBS: return "Invalid state for declaring attributes";
+        case RIE_NOTPRIMS: return "Invalid state for declaring primitives";
+        case RIE_ILLSTATE: return "Invalid state";
+        case RIE_BADMOTION: return "Bad Motion block";
+        case RIE_BADSOLID: return "Bad Solid block";
+        case RIE_BADTOKEN: return "Invalid token";
+        case RIE_RANGE: return "Parameter out of range";
+        case RIE_CONSISTENCY: return "Parameters inconsistent";
+        case RIE_BADHANDLE: return "Bad handle";
+        case RIE_NOSHADER: return "Cannot load requested shader";
+        case RIE_MISSINGDATA: return "Required parameters not provided";
+        case RIE_SYNTAX: return "Syntax error";
+        case RIE_MATH: return "Math error";
+        default: return nullptr;
+    }
+}
+
+void reset_error_state() {
+    last_reported_line = -1;
+    RiLastError = 0;
+}
+
+RtVoid RiErrorHandler(RtErrorHandler handler) { RMError = handler; }
+
+RtVoid RiErrorIgnore(RtInt code, RtInt, const char*) { RiLastError = code; }
+
+RtVoid RiErrorPrint(RtInt code, RtInt severity, const char* message) {
+    if (is_suppressed_repeat(code, message)) return;
+    std::fprintf(stderr, "%s: ", severity_name(severity));
+    if (RIB_lineno > 0) {
+        std::fprintf(stderr, "%s (%d): ", RIB_filename ? RIB_filename : "", RIB_lineno);
+    }
+    if (const char* text = error_code_text(code)) {
+        std::fprintf(stderr, "%s", text);
+    } else {
+        std::fprintf(stderr, "code %d", code);
+    }
+    if (message != nullptr) std::fprintf(stderr, "\n    --> %s", message);
+    std::fputc('\n', stderr);
+    std::fflush(stderr);
+    if (severity >= RIE_SEVERE) std::exit(-1);
+    RiLastError = code;
+    last_reported_line = RIB_lineno;
+}
+
+RtVoid RiErrorAbort(RtInt code, RtInt severity, const char* message) {
+    RiErrorPrint(code, severity, message);
+    if (severity >= RIE_ERROR) std::exit(-1);
+}
+
+void QuillError(int code, int severity, const char* format, ...) {
+    char message[QUILL_MESSAGE_MAX];
+    va_list ap;
+    va_start(ap, format);
+    std::vsnprintf(message, sizeof message, format, ap);
+    va_end(ap);
+    RMError(code, severity, message);
+}
+
+int _v_to_array(va_list ap) {
+    _V_names[0] = va_arg(ap, RtToken);
+    if (_V_names[0] == nullptr) return 0;
+    int count = 0;
+    for (;;) {
+        _V_params[count] = va_arg(ap, RtPointer);
+        ++count;
+        if (count == V_LIST_MAX) break;
+        _V_names[count] = va_arg(ap, RtToken);
+        if (_V_names[count] == nullptr) break;
+    }
+    return count;
+}
+
+void** _array_to_v(int n, RtToken tokens[], RtPointer values[]) {
+    int pairs = n < V_LIST_MAX - 1 ? n : V_LIST_MAX - 1;
+    if (pairs < 0) pairs = 0;
+    for (int i = 0; i < pairs; ++i) {
+        interleaved_list[2 * i] = const_cast<char*>(tokens[i]);
+        interleaved_list[2 * i + 1] = values[i];
+    }
+    interleaved_list[2 * pairs] = nullptr;
+    interleaved_list[2 * pairs + 1] = nullptr;
+    return &interleaved_list[2 * pairs];
+}
+
+void** _array_to_v_list() { return interleaved_list; }
