@@ -36,15 +36,18 @@ const char usage_text[] =
 const char* verbose_value = "verbose";
 
 // The search path and echo level ParseRIB gets: fields of the current options.
-const char* current_searchpath() { return renderer ? renderer->include_path : nullptr; }
-int current_echo() { return renderer ? renderer->verbosity : 0; }
+const char* current_searchpath() {
+    return renderer ? renderer->include_path : nullptr;
+}
+int current_echo() {
+    return renderer ? renderer->verbosity : 0;
+}
 
 // An option that lacks its arguments ends the program with a one-line
 // diagnostic instead of reading past the end of argv.
 void require_arguments(int argc, int i, int count, const char* option) {
     if (i + count < argc) return;
-    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count,
-                 count == 1 ? "" : "s");
+    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count, count == 1 ? "" : "s");
     std::exit(2);
 }
 

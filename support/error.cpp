@@ -43,31 +43,56 @@ const char* severity_name(int severity) {
 
 const char* error_code_text(int code) {
     switch (code) {
-        case RIE_NOMEM: return "Memory allocation error";
-        case RIE_SYSTEM: return "System error";
-        case RIE_NOFILE: return "File not found";
-        case RIE_BADFILE: return "Bad file";
-        case RIE_INCAPABLE: return "Optional RI feature not implemented";
-        case RIE_UNIMPLEMENT: return "Unimplemented feature";
-        case RIE_LIMIT: return "Program limit";
-        case RIE_BUG: return "Probable bug in renderer";
-        case RIE_NOTSTARTED: return "RiBegin not called";
-        case RIE_NESTING: return "Nesting error";
-        case RIE_NOTOPTIONS: return "Invalid state for declaring options";
-        case RIE_NOTATTRIBS: return "Invalid state for declaring attributes";
-        case RIE_NOTPRIMS: return "Invalid state for declaring primitives";
-        case RIE_ILLSTATE: return "Invalid state";
-        case RIE_BADMOTION: return "Bad Motion block";
-        case RIE_BADSOLID: return "Bad Solid block";
-        case RIE_BADTOKEN: return "Invalid token";
-        case RIE_RANGE: return "Parameter out of range";
-        case RIE_CONSISTENCY: return "Parameters inconsistent";
-        case RIE_BADHANDLE: return "Bad handle";
-        case RIE_NOSHADER: return "Cannot load requested shader";
-        case RIE_MISSINGDATA: return "Required parameters not provided";
-        case RIE_SYNTAX: return "Syntax error";
-        case RIE_MATH: return "Math error";
-        default: return nullptr;
+        case RIE_NOMEM:
+            return "Memory allocation error";
+        case RIE_SYSTEM:
+            return "System error";
+        case RIE_NOFILE:
+            return "File not found";
+        case RIE_BADFILE:
+            return "Bad file";
+        case RIE_INCAPABLE:
+            return "Optional RI feature not implemented";
+        case RIE_UNIMPLEMENT:
+            return "Unimplemented feature";
+        case RIE_LIMIT:
+            return "Program limit";
+        case RIE_BUG:
+            return "Probable bug in renderer";
+        case RIE_NOTSTARTED:
+            return "RiBegin not called";
+        case RIE_NESTING:
+            return "Nesting error";
+        case RIE_NOTOPTIONS:
+            return "Invalid state for declaring options";
+        case RIE_NOTATTRIBS:
+            return "Invalid state for declaring attributes";
+        case RIE_NOTPRIMS:
+            return "Invalid state for declaring primitives";
+        case RIE_ILLSTATE:
+            return "Invalid state";
+        case RIE_BADMOTION:
+            return "Bad Motion block";
+        case RIE_BADSOLID:
+            return "Bad Solid block";
+        case RIE_BADTOKEN:
+            return "Invalid token";
+        case RIE_RANGE:
+            return "Parameter out of range";
+        case RIE_CONSISTENCY:
+            return "Parameters inconsistent";
+        case RIE_BADHANDLE:
+            return "Bad handle";
+        case RIE_NOSHADER:
+            return "Cannot load requested shader";
+        case RIE_MISSINGDATA:
+            return "Required parameters not provided";
+        case RIE_SYNTAX:
+            return "Syntax error";
+        case RIE_MATH:
+            return "Math error";
+        default:
+            return nullptr;
     }
 }
 
@@ -76,9 +101,13 @@ void reset_error_state() {
     RiLastError = 0;
 }
 
-RtVoid RiErrorHandler(RtErrorHandler handler) { RMError = handler; }
+RtVoid RiErrorHandler(RtErrorHandler handler) {
+    RMError = handler;
+}
 
-RtVoid RiErrorIgnore(RtInt code, RtInt, const char*) { RiLastError = code; }
+RtVoid RiErrorIgnore(RtInt code, RtInt, const char*) {
+    RiLastError = code;
+}
 
 RtVoid RiErrorPrint(RtInt code, RtInt severity, const char* message) {
     if (is_suppressed_repeat(code, message)) return;
@@ -139,4 +168,6 @@ void** _array_to_v(int n, RtToken tokens[], RtPointer values[]) {
     return &interleaved_list[2 * pairs];
 }
 
-void** _array_to_v_list() { return interleaved_list; }
+void** _array_to_v_list() {
+    return interleaved_list;
+}

@@ -1,0 +1,173 @@
+// Tests of the error printer (format, duplicate suppression, severities and
+// the exits of severe reports), QuillError and the variadic-list converters.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/error.h"
+
+namespace {
+
+class ErrorPrintTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        reset_error_state();
+        RIB_lineno = 0;
+        RIB_filename = nullptr;
+    }
+    void TearDown() override {
+        RIB_lineno = 0;
+        RIB_filename = nullptr;
+        reset_error_state();
+    }
+    static std::string print(int code, int severity, const char* message) {
+        testing::internal::CaptureStderr();
+        RiErrorPrint(code, severity, message);
+        return testing::internal::GetCapturedStderr();
+    }
+};
+
+TEST_F(ErrorPrintTest, PrintsSeverityPositionTextAndMessage) {
+    RIB_filename = "scene.rib";
+    RIB_lineno = 12;
+    EXPECT_EQ(print(RIE_BADTOKEN, RIE_ERROR, "bad"),
+              "ERROR: scene.rib (12): Invalid token\n    --> bad\n");
+    EXPECT_EQ(RiLastError, RIE_BADTOKEN);
+}
+
+TEST_F(ErrorPrintTest, OmitsPositionOutsideAFileAndArrowWithoutMessage) {
+    EXPECT_EQ(print(RIE_NOFILE, RIE_WARNING, nullptr), "WARNING: File not found\n");
+    EXPECT_EQ(print(RIE_NESTING, RIE_INFO, nullptr), "INFO: Nesting error\n");
+}
+
+TEST_F(ErrorPrintTest, CodesWithoutTextPrintTheirNumber) {
+    EXPECT_EQ(print(5, RIE_ERROR, nullptr), "ERROR: code 5\n");
+    EXPECT_EQ(print(0, RIE_ERROR, "m"), "ERROR: code 0\n    --> m\n");
+    EXPECT_EQ(print(48, RIE_ERROR, nullptr), "ERROR: code 48\n");
+}
+
+TEST_F(ErrorPrintTest, SameCodeOnSameLineIsPrintedOnce) {
+    RIB_filename = "a.rib";
+    RIB_lineno = 3;
+    EXPECT_NE(print(RIE_SYNTAX, RIE_ERROR, "one"), "");
+    EXPECT_EQ(print(RIE_SYNTAX, RIE_ERROR, "two"), "");
+    EXPECT_NE(print(RIE_RANGE, RIE_ERROR, "other code"), "");
+    RIB_lineno = 4;
+    EXPECT_NE(print(RIE_RANGE, RIE_ERROR, "next line"), "");
+}
+
+TEST_F(ErrorPrintTest, SuppressionAppliesAtLineZeroToo) {
+    EXPECT_NE(print(RIE_NOFILE, RIE_ERROR, "x.rib"), "");
+    EXPECT_EQ(print(RIE_NOFILE, RIE_ERROR, "y.rib"), "");
+}
+
+TEST_F(ErrorPrintTest, InvalidTokenWithMessageIsNeverSuppressed) {
+    RIB_filename = "a.rib";
+    RIB_lineno = 7;
+    EXPECT_NE(print(RIE_BADTOKEN, RIE_WARNING, "first"), "");
+    EXPECT_NE(print(RIE_BADTOKEN, RIE_WARNING, "second"), "");
+    EXPECT_EQ(print(RIE_BADTOKEN, RIE_WARNING, nullptr), "");
+}
+
+TEST_F(ErrorPrintTest, IgnoreRecordsTheCodeAndPrintsNothing) {
+    testing::internal::CaptureStderr();
+    RiErrorIgnore(RIE_MATH, RIE_SEVERE, "ignored");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(RiLastError, RIE_MATH);
+}
+
+TEST(ErrorExitTest, SevereReportEndsTheProgramWithStatus255) {
+    EXPECT_EXIT(RiErrorPrint(RIE_NESTING, RIE_SEVERE, "end"), testing::ExitedWithCode(255),
+                "SEVERE ERROR: Nesting error\n    --> end\n");
+}
+
+TEST(ErrorExitTest, AbortEndsOnErrorButNotOnWarning) {
+    EXPECT_EXIT(RiErrorAbort(RIE_SYNTAX, RIE_ERROR, nullptr), testing::ExitedWithCode(255),
+                "ERROR: Syntax error");
+    reset_error_state();
+    testing::internal::CaptureStderr();
+    RiErrorAbort(RIE_RANGE, RIE_WARNING, nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "WARNING: Parameter out of range\n");
+}
+
+TEST(ErrorExitTest, ErrorThroughPrintDoesNotEnd) {
+    reset_error_state();
+    testing::internal::CaptureStderr();
+    RiErrorPrint(RIE_SYNTAX, RIE_ERROR, nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: Syntax error\n");
+}
+
+std::string last_message;
+void recording_handler(RtInt, RtInt, const char* message) {
+    last_message = message;
+}
+
+TEST(QuillErrorTest, FormatsThroughTheInstalledHandler) {
+    RtErrorHandler saved = RMError;
+    RiErrorHandler(recording_handler);
+    QuillError(RIE_BADHANDLE, RIE_ERROR, "Unknown object handle %d", 7);
+    EXPECT_EQ(last_message, "Unknown object handle 7");
+    std::string long_name(2000, 'x');
+    QuillError(RIE_BADTOKEN, RIE_ERROR, "name %s", long_name.c_str());
+    EXPECT_EQ(last_message.size(), 511u);
+    RiErrorHandler(saved);
+}
+
+int call_v_to_array(int dummy, ...) {
+    va_list ap;
+    va_start(ap, dummy);
+    int n = _v_to_array(ap);
+    va_end(ap);
+    return n;
+}
+
+TEST(VariadicListTest, VToArraySplitsPairsUntilNull) {
+    int a = 1, b = 2;
+    EXPECT_EQ(call_v_to_array(0, RI_NULL), 0);
+    EXPECT_EQ(call_v_to_array(0, "P", &a, "Cs", &b, RI_NULL), 2);
+    EXPECT_STREQ(_V_names[0], "P");
+    EXPECT_EQ(_V_params[1], &b);
+}
+
+int call_with_101_pairs() {
+    int v = 0;
+    const char* t = "t";
+#define TEN t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v
+    return call_v_to_array(0, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, t, &v, RI_NULL);
+#undef TEN
+}
+
+TEST(VariadicListTest, VToArrayStopsAtOneHundredPairs) {
+    EXPECT_EQ(call_with_101_pairs(), 100);
+}
+
+TEST(VariadicListTest, ArrayToVInterleavesAndEndsWithNullPair) {
+    RtToken tokens[2] = {"P", "N"};
+    int x = 0, y = 0;
+    RtPointer values[2] = {&x, &y};
+    void** end = _array_to_v(0, tokens, values);
+    EXPECT_EQ(end, _array_to_v_list());
+    EXPECT_EQ(end[0], nullptr);
+    EXPECT_EQ(end[1], nullptr);
+
+    end = _array_to_v(2, tokens, values);
+    void** list = _array_to_v_list();
+    EXPECT_EQ(end, list + 4);
+    EXPECT_EQ(list[0], tokens[0]);
+    EXPECT_EQ(list[3], &y);
+    EXPECT_EQ(end[0], nullptr);
+}
+
+TEST(VariadicListTest, ArrayToVKeepsAtMost99Pairs) {
+    RtToken tokens[150];
+    RtPointer values[150];
+    for (int i = 0; i < 150; ++i) {
+        tokens[i] = "t";
+        values[i] = nullptr;
+    }
+    _V_names[0] = "kept";
+    EXPECT_EQ(_array_to_v(150, tokens, values), _array_to_v_list() + 198);
+    EXPECT_STREQ(_V_names[0], "kept");  // the interleaved list has room of its own
+}
+
+}  // namespace
