@@ -26,14 +26,20 @@ enum DeclClass { CLASS_UNIFORM = 0, CLASS_VARYING = 1, CLASS_VERTEX = 2, CLASS_C
 // Bytes per element of each type code (a string counts 4, one value).
 extern int param_sizes[10];
 
+// Room for the longest stringized declaration ("constant integer[-32768]" at
+// most) with its terminating null.
+constexpr int DECLARATION_STRING_MAX = 32;
+
 class Declaration : public HashTableEntry {
-public:
+  public:
     explicit Declaration(const char* token);
     ~Declaration() override;
 
     int bytesize() const;  // count * param_sizes[type]
     static const char* type_name(int code);
     static const char* detailname(int code);
+    // "<class> <type>" plus "[count]" for a count of 2 or more, "[]" for a
+    // negative count; buffer must hold DECLARATION_STRING_MAX characters.
     void stringize(char* buffer) const;
     static void stringize(char* buffer, int detail, int type, int count);
 
@@ -43,7 +49,7 @@ public:
 };
 
 class DeclarationList : public HashTable {
-public:
+  public:
     explicit DeclarationList(int size) : HashTable(size) {}
     RtToken add(const char* name, const char* declaration);
     int size(const char* name);
@@ -55,7 +61,8 @@ extern DeclarationList declaration_list;
 extern int token_table_totalmem;
 extern int declaration_list_totalmem;
 
-// The interned copy of name (made on first use; never freed).
+// The interned copy of name (made on first use; never freed while the
+// program runs). A null name gives a null token.
 RtToken NewToken(const char* name);
 void DeclareStandardIdentifiers();
 

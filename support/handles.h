@@ -3,17 +3,32 @@
 #ifndef TRACERY_SUPPORT_HANDLES_H
 #define TRACERY_SUPPORT_HANDLES_H
 
+#include <unordered_map>
+
 struct HandleEntry {
     HandleEntry() : value(nullptr), id(0) {}
     void* value;
     int id;
 };
 
+// Entries are kept in order of first use in one array that doubles when full
+// (8 entries first). Each number is stored once; setting it again overwrites
+// its value in place.
 class HandleTable {
-public:
+  public:
+    HandleTable() = default;
+    ~HandleTable();
+    HandleTable(const HandleTable&) = delete;
+    HandleTable& operator=(const HandleTable&) = delete;
+
+    // The entry for id, or null.
     HandleEntry* find(int id);
+    // The handle stored under id, or null.
     void* get(int id);
+    // Stores value under id; null only if no room could be made (reported).
     HandleEntry* set(int id, void* value);
+    // Room for one more entry, counted in use; null (after a report) when
+    // the storage cannot grow.
     HandleEntry* makespace();
     // Frees the storage (the table is then empty again).
     void clear();
@@ -21,6 +36,16 @@ public:
     HandleEntry* entries = nullptr;
     int capacity = 0;
     int count = 0;
+
+  private:
+    // id -> position of its first entry. A linear search of the entries
+    // would give the same answers and is fine for the few lights of a typical
+    // file, but a RIB file may number any amount of objects. Entries are
+    // indexed lazily by find, so an entry filled in after makespace is found
+    // like one made by set.
+    void index_new_entries();
+    std::unordered_map<int, int> index_;
+    int indexed_ = 0;
 };
 
 #endif  // TRACERY_SUPPORT_HANDLES_H

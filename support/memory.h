@@ -5,6 +5,7 @@
 #define TRACERY_SUPPORT_MEMORY_H
 
 #include <cstddef>
+#include <vector>
 
 struct Transformation;
 
@@ -29,5 +30,72 @@ void* alloc_param(int size);
 // Releases every pooled slot whose tag shares a bit with level & 7; with 0,
 // releases the pools' chunks themselves.
 void free_myallocs(int level);
+
+// A pool of fixed-size items kept in chunks of CHUNK_ITEMS slots. Every slot
+// has a tag byte: 0 means free, otherwise the lifetime tag given when it was
+// taken. take() returns the first free slot in chunk order, starting at the
+// current chunk; sweep() frees every slot whose tag shares a bit with a mask
+// and restarts the search at chunk 0.
+//
+// Each chunk also keeps its number of free slots and the lowest slot that may
+// be free, so that a frame with millions of allocations costs linear time.
+// The chunk directory grows on demand up to a cap (65536 chunks, 64 Mi items);
+// a fixed directory of 256 chunks is too small for an ordinary large scene
+// with hundreds of thousands of attribute blocks in one frame.
+class TaggedPool {
+  public:
+    static constexpr int CHUNK_ITEMS = 1024;
+    static constexpr int DEFAULT_CHUNK_CAP = 65536;
+
+    // remembers_chunk: whether take() stores the chunk it found as the
+    // current one (the parameter pool does not). exhausted_message is the
+    // text of the severe report when the cap is reached.
+    TaggedPool(size_t item_size, const char* exhausted_message, bool remembers_chunk);
+    ~TaggedPool();
+    TaggedPool(const TaggedPool&) = delete;
+    TaggedPool& operator=(const TaggedPool&) = delete;
+
+    // A slot tagged tag (a tag of 0 leaves it free), or null after a report
+    // (cap reached, or no memory for a new chunk).
+    void* take(int tag);
+    // Frees every slot whose tag shares a bit with mask, calling release (if
+    // given) on each freed item first; the search restarts at chunk 0.
+    void sweep(int mask, void (*release)(void* item));
+    // Frees the chunks themselves; the pool is empty again.
+    void release_chunks();
+
+    int chunk_count() const { return static_cast<int>(chunks_.size()); }
+    int current_chunk() const { return current_; }
+    int chunk_cap() const { return chunk_cap_; }
+    void set_chunk_cap(int cap) { chunk_cap_ = cap; }
+    // The tag of an item taken from this pool, or -1 if it is not one.
+    int tag_of(const void* item) const;
+
+  private:
+    struct Chunk {
+        unsigned char* tags;
+        unsigned char* data;
+        int free_slots;
+        int first_free;  // no slot below this one is free
+    };
+    void* take_from(Chunk& chunk, int index, int tag);
+    bool add_chunk();
+    unsigned char* item(const Chunk& chunk, int slot) const {
+        return chunk.data + slot * item_size_;
+    }
+
+    size_t item_size_;
+    const char* exhausted_message_;
+    bool remembers_chunk_;
+    int chunk_cap_ = DEFAULT_CHUNK_CAP;
+    int current_ = 0;
+    std::vector<Chunk> chunks_;
+};
+
+// The three pools behind alloc_RtMatrix, alloc_TRANSFORMATION and alloc_param
+// (for inspection by tests).
+TaggedPool& matrix_pool();
+TaggedPool& transformation_pool();
+TaggedPool& param_pool();
 
 #endif  // TRACERY_SUPPORT_MEMORY_H

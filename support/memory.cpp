@@ -1,0 +1,242 @@
+// Counted heap wrappers (myalloc, myfree) and the three tagged pools for
+// matrices, transformation records and parameter blocks, with the sweep that
+// releases a block level's allocations at once.
+#include "support/memory.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "math/matrix.h"
+#include "math/transformation.h"
+#include "ri/renderer.h"
+#include "support/error.h"
+
+int totalalloced = 0;
+int totalfreed = 0;
+
+namespace {
+
+// The counters wrap rather than overflow on an enormous run.
+void count_one(int& counter) {
+    counter = static_cast<int>(static_cast<unsigned int>(counter) + 1u);
+}
+
+int current_tag() {
+    return block_level & 7;
+}
+
+}  // namespace
+
+// A request for 0 bytes asks malloc for 1, so that success never looks like
+// failure.
+void* myalloc(size_t size) {
+    void* p = std::malloc(size != 0 ? size : 1);
+    count_one(totalalloced);
+    if (p == nullptr) {
+        std::fprintf(stderr, "Request for %zu bytes\n", size);
+        RMError(RIE_NOMEM, RIE_SEVERE, "out of core memory");
+    }
+    return p;
+}
+
+void myfree(void* p) {
+    if (p == nullptr) {
+        RMError(RIE_BUG, RIE_ERROR, "attempt by renderer to free NULL pointer");
+        return;
+    }
+    count_one(totalfreed);
+    std::free(p);
+}
+
+// ---- TaggedPool ----
+
+TaggedPool::TaggedPool(size_t item_size, const char* exhausted_message, bool remembers_chunk)
+    : item_size_(item_size),
+      exhausted_message_(exhausted_message),
+      remembers_chunk_(remembers_chunk) {}
+
+TaggedPool::~TaggedPool() {
+    release_chunks();
+}
+
+void* TaggedPool::take(int tag) {
+    for (int index = current_; index < chunk_count(); ++index) {
+        if (chunks_[index].free_slots == 0) continue;
+        if (void* slot = take_from(chunks_[index], index, tag)) return slot;
+    }
+    if (chunk_count() >= chunk_cap_) {
+        RMError(RIE_NOMEM, RIE_SEVERE, exhausted_message_);
+        return nullptr;
+    }
+    if (!add_chunk()) return nullptr;
+    return take_from(chunks_.back(), chunk_count() - 1, tag);
+}
+
+// A slot taken with tag 0 stays free, so the next take returns it again.
+void* TaggedPool::take_from(Chunk& chunk, int index, int tag) {
+    for (int slot = chunk.first_free; slot < CHUNK_ITEMS; ++slot) {
+        if (chunk.tags[slot] != 0) continue;
+        unsigned char byte = static_cast<unsigned char>(tag);
+        chunk.tags[slot] = byte;
+        if (byte != 0) {
+            chunk.free_slots -= 1;
+            chunk.first_free = slot + 1;
+        } else {
+            chunk.first_free = slot;
+        }
+        if (remembers_chunk_) current_ = index;
+        return item(chunk, slot);
+    }
+    chunk.free_slots = 0;  // the count was stale; never trust it again until a sweep
+    return nullptr;
+}
+
+bool TaggedPool::add_chunk() {
+    auto* tags = static_cast<unsigned char*>(myalloc(CHUNK_ITEMS));
+    if (tags == nullptr) return false;
+    auto* data = static_cast<unsigned char*>(myalloc(CHUNK_ITEMS * item_size_));
+    if (data == nullptr) {
+        myfree(tags);
+        return false;
+    }
+    std::memset(tags, 0, CHUNK_ITEMS);
+    chunks_.push_back(Chunk{tags, data, CHUNK_ITEMS, 0});
+    return true;
+}
+
+void TaggedPool::sweep(int mask, void (*release)(void* item)) {
+    for (Chunk& chunk : chunks_) {
+        if (chunk.free_slots == CHUNK_ITEMS) continue;
+        for (int slot = 0; slot < CHUNK_ITEMS; ++slot) {
+            if ((chunk.tags[slot] & mask) == 0) continue;
+            if (release != nullptr) release(item(chunk, slot));
+            chunk.tags[slot] = 0;
+            chunk.free_slots += 1;
+            chunk.first_free = std::min(chunk.first_free, slot);
+        }
+    }
+    current_ = 0;
+}
+
+void TaggedPool::release_chunks() {
+    for (Chunk& chunk : chunks_) {
+        myfree(chunk.tags);
+        myfree(chunk.data);
+    }
+    chunks_.clear();
+    current_ = 0;
+}
+
+int TaggedPool::tag_of(const void* p) const {
+    auto* byte = static_cast<const unsigned char*>(p);
+    for (const Chunk& chunk : chunks_) {
+        if (byte < chunk.data || byte >= chunk.data + CHUNK_ITEMS * item_size_) continue;
+        size_t offset = static_cast<size_t>(byte - chunk.data);
+        if (offset % item_size_ != 0) return -1;
+        return chunk.tags[offset / item_size_];
+    }
+    return -1;
+}
+
+// ---- The three pools ----
+
+// The pools are made on first use and never destroyed: whatever a static
+// destructor elsewhere still points at stays valid until the process ends.
+TaggedPool& matrix_pool() {
+    static TaggedPool* pool =
+        new TaggedPool(sizeof(float[4][4]), "out of memory for RtMatrix", true);
+    return *pool;
+}
+
+TaggedPool& transformation_pool() {
+    static TaggedPool* pool =
+        new TaggedPool(sizeof(Transformation), "out of memory for TRANSFORMATION", true);
+    return *pool;
+}
+
+// The parameter pool's search always starts from its current chunk, which
+// only a sweep sets (to 0).
+TaggedPool& param_pool() {
+    static TaggedPool* pool =
+        new TaggedPool(sizeof(void*), "out of memory for shader params", false);
+    return *pool;
+}
+
+namespace {
+
+// When a pool is exhausted under a handler that lets the program go on, the
+// caller still gets writable storage: one shared item per pool, which later
+// overflows overwrite.
+float overflow_matrix[4][4];
+Transformation overflow_transformation;
+
+void release_param_block(void* item) {
+    void*& block = *static_cast<void**>(item);
+    if (block == nullptr) return;
+    myfree(block);
+    block = nullptr;
+}
+
+void duplicate_pair(MatrixPtr& matrix, MatrixPtr& inverse) {
+    if (matrix == nullptr) return;
+    matrix = alloc_RtMatrix(matrix);
+    inverse = alloc_RtMatrix(inverse);
+}
+
+}  // namespace
+
+float (*alloc_RtMatrix(const float m[4][4]))[4] {
+    void* slot = matrix_pool().take(current_tag());
+    float(*matrix)[4] = slot ? static_cast<float(*)[4]>(slot) : overflow_matrix;
+    if (m == nullptr) {
+        make_ident(matrix);
+    } else {
+        std::memmove(matrix, m, sizeof(float[4][4]));  // m may be this very slot
+    }
+    return matrix;
+}
+
+Transformation* alloc_TRANSFORMATION(const Transformation* t) {
+    Transformation copy{};
+    if (t != nullptr) {
+        copy = *t;
+        duplicate_pair(copy.matrix0, copy.inverse0);
+        duplicate_pair(copy.matrix1, copy.inverse1);
+        duplicate_pair(copy.normal0, copy.transpose0);
+        duplicate_pair(copy.normal1, copy.transpose1);
+        copy.flags &= ~XFORM_SHARED;
+    }
+    void* slot = transformation_pool().take(current_tag());
+    if (slot == nullptr) {
+        overflow_transformation = copy;
+        return &overflow_transformation;
+    }
+    return new (slot) Transformation(copy);
+}
+
+// If the pool is exhausted (and the program goes on), the block is handed out
+// untracked and lives until the process ends.
+void* alloc_param(int size) {
+    void* slot = param_pool().take(current_tag());
+    void* block = myalloc(static_cast<size_t>(std::max(size, 4)));
+    if (slot != nullptr) *static_cast<void**>(slot) = block;
+    return block;
+}
+
+// With level 0 the chunks themselves go; value blocks still recorded in the
+// parameter pool are not freed one by one then (only their pointer arrays).
+void free_myallocs(int level) {
+    int mask = level & 7;
+    if (mask == 0) {
+        matrix_pool().release_chunks();
+        transformation_pool().release_chunks();
+        param_pool().release_chunks();
+        return;
+    }
+    matrix_pool().sweep(mask, nullptr);
+    transformation_pool().sweep(mask, nullptr);
+    param_pool().sweep(mask, release_param_block);
+}

@@ -1,0 +1,51 @@
+// Tests of the number-to-handle table: growth, order, overwrite and lookup.
+#include "support/handles.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+int values[20];
+
+TEST(HandleTable, GrowsFromEightToSixteenKeepingOrder) {
+    HandleTable table;
+    EXPECT_EQ(table.get(0), nullptr);  // no storage yet
+    for (int i = 0; i < 8; ++i) table.set(100 - i, &values[i]);
+    EXPECT_EQ(table.capacity, 8);
+    table.set(-7, &values[8]);
+    EXPECT_EQ(table.capacity, 16);
+    EXPECT_EQ(table.count, 9);
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(table.entries[i].id, 100 - i);
+        EXPECT_EQ(table.get(100 - i), &values[i]);
+    }
+    EXPECT_EQ(table.get(-7), &values[8]);
+    EXPECT_EQ(table.get(0), nullptr);
+}
+
+TEST(HandleTable, SettingANumberAgainOverwritesInPlace) {
+    HandleTable table;
+    HandleEntry* first = table.set(0, &values[0]);
+    table.set(4, &values[1]);
+    EXPECT_EQ(table.set(0, &values[2]), first);
+    EXPECT_EQ(table.count, 2);
+    EXPECT_EQ(table.get(0), &values[2]);
+}
+
+TEST(HandleTable, EntryFilledAfterMakespaceIsFoundAndClearEmpties) {
+    HandleTable table;
+    table.set(1, &values[0]);
+    HandleEntry* entry = table.makespace();
+    entry->id = 42;
+    entry->value = &values[1];
+    EXPECT_EQ(table.get(42), &values[1]);
+
+    table.clear();
+    EXPECT_EQ(table.capacity, 0);
+    EXPECT_EQ(table.count, 0);
+    EXPECT_EQ(table.get(42), nullptr);
+    table.set(5, &values[5]);
+    EXPECT_EQ(table.get(5), &values[5]);
+}
+
+}  // namespace

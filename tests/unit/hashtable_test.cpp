@@ -1,0 +1,101 @@
+// Tests of the scoped hash table: hashing, the duplicate rule, lookup
+// statistics, scope and level removal, and the statistics report.
+#include "support/hashtable.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace {
+
+int destroyed = 0;  // destructor calls of CountedEntry
+
+struct CountedEntry : HashTableEntry {
+    explicit CountedEntry(const char* name) : HashTableEntry(name) {}
+    ~CountedEntry() override { ++destroyed; }
+};
+
+TEST(HashTable, ElfHashOnUnsignedBytes) {
+    EXPECT_EQ(pjw_hash(nullptr), 0u);
+    EXPECT_EQ(pjw_hash(""), 0u);
+    EXPECT_EQ(pjw_hash("printf"), 0x077905a6u);
+    EXPECT_EQ(pjw_hash("a_much_longer_parameter_name"), 0x0bce29d5u);  // top nibble folds
+    EXPECT_EQ(pjw_hash("\xff\xfe"), 0x10eeu);
+}
+
+// One bucket, so every name collides.
+TEST(HashTable, DuplicateRuleAndLookupCounters) {
+    HashTable table(1);
+    auto* older = new HashTableEntry("Cs");
+    EXPECT_EQ(table.insert(older, 0), 0);
+    EXPECT_EQ(table.insert(new HashTableEntry("Os"), 0), 0);
+    EXPECT_EQ(table.added, 2);
+    EXPECT_EQ(table.distinct, 1);
+
+    std::string copy = "Cs";  // equal by content only: refused, caller keeps it
+    HashTableEntry refused(copy.c_str());
+    EXPECT_EQ(table.insert(&refused, 0), 1);
+    EXPECT_EQ(table.added, 2);
+
+    EXPECT_EQ(table.find("Cs"), older);    // one probe past "Os"
+    EXPECT_EQ(table.find("Ka"), nullptr);  // two probes
+    EXPECT_EQ(table.lookups, 2);
+    EXPECT_EQ(table.found, 1);
+    EXPECT_EQ(table.misses, 1);
+    EXPECT_EQ(table.probes, 3);
+
+    auto* shadow = new HashTableEntry("Cs");
+    EXPECT_EQ(table.insert(shadow, 1), 1);
+    EXPECT_EQ(table.added, 3);
+    EXPECT_EQ(table.distinct, 1);
+    EXPECT_EQ(table.find("Cs"), shadow);
+}
+
+TEST(HashTable, ReleaseAndPopscopeKeepTheRestInOrder) {
+    destroyed = 0;
+    HashTable table(1);
+    auto* a = new CountedEntry("a");
+    table.insert(a, 0);
+    table.scope = 1;
+    table.level = 2;
+    auto* b = new CountedEntry("b");
+    table.insert(b, 0);
+    table.scope = 0;
+    table.level = 0;
+    auto* c = new CountedEntry("c");
+    table.insert(c, 0);
+
+    table.level = 2;
+    table.popscope(1, 0);  // unlinks b without deleting it
+    EXPECT_EQ(destroyed, 0);
+    EXPECT_EQ(table.level, 1);
+    EXPECT_EQ(b->next, nullptr);
+    EXPECT_EQ(table.buckets[0], c);
+    EXPECT_EQ(c->next, a);
+    delete b;
+
+    table.release(0);  // deletes the rest
+    EXPECT_EQ(destroyed, 3);
+    EXPECT_EQ(table.scope, -1);
+    EXPECT_EQ(table.buckets[0], nullptr);
+}
+
+TEST(HashTable, PrintstatsFormat) {
+    HashTable table(4);
+    table.insert(new HashTableEntry("a"), 0);  // 97 % 4 = 1
+    table.insert(new HashTableEntry("b"), 0);  // 98 % 4 = 2
+    table.insert(new HashTableEntry("e"), 0);  // 101 % 4 = 1
+    table.find("a");
+    table.find("c");  // empty bucket
+    std::ostringstream out;
+    table.printstats(out);
+    EXPECT_EQ(out.str(),
+              "Symbol table statistics:\n"
+              "  3 entries added to table in 2 distinct buckets\n"
+              "  50% of buckets used, avg. 1.5 entries per bucket.\n"
+              "  2 total lookups, 1 found, 1 misses.\n"
+              "  1 extra chain walking steps (1.5 probes per lookup)\n");
+}
+
+}  // namespace
