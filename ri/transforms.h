@@ -26,7 +26,7 @@ void apply_xform(int rotation_flag);
 float (*xform_scratch_matrix())[4];
 
 class NamedTransformation {
-public:
+  public:
     NamedTransformation(const char* name, Transformation* xform);
     RtToken name;
     Transformation* xform;
@@ -34,7 +34,7 @@ public:
 };
 
 class NamedTransformationList {
-public:
+  public:
     ~NamedTransformationList();
     void add(const char* name, Transformation* xform);
     Transformation* find(const char* name);
@@ -45,7 +45,13 @@ public:
 
 extern NamedTransformationList named_transformation_list;
 
-// Depth of the transformation stack (for tests and diagnostics).
+// Number of open RiTransformBegin levels, those past the full stack
+// included (for tests and diagnostics).
 int transform_stack_depth();
+
+// Empties the stack and the named list, makes the current transformation the
+// not-yet-made identity and zeroes the motion counters (block_level is left
+// alone). For tests and for code that runs without RiBegin.
+void reset_transform_state();
 
 #endif  // TRACERY_RI_TRANSFORMS_H

@@ -1,0 +1,251 @@
+// Matrix helpers, the transformation of points, normals and lengths through
+// records (moving ones included) and the value classes.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "math/matrix.h"
+#include "math/matrix4.h"
+#include "math/transform.h"
+
+namespace {
+
+void expect_matrix_near(const float a[4][4], const float b[4][4], float tolerance) {
+    for (int i = 0; i < 4; i++)
+        for (int j = 0; j < 4; j++) EXPECT_NEAR(a[i][j], b[i][j], tolerance) << i << "," << j;
+}
+
+void xform(float m[4][4], int kind, float x, float y, float z) {
+    const float v[3] = {x, y, z};
+    make_xform_matrix(m, v, kind);
+}
+
+// Determinant 25; its first two rows exchanged give -25.
+const float kGeneral[4][4] = {{2, 0, 1, 0}, {1, 3, 0, 0}, {0, 1, 4, 0}, {1, 2, 3, 1}};
+const float kSwapped[4][4] = {{1, 3, 0, 0}, {2, 0, 1, 0}, {0, 1, 4, 0}, {1, 2, 3, 1}};
+
+}  // namespace
+
+TEST(MathMatrix, InversionAndDeterminant) {
+    float id[4][4], inv[4][4], product[4][4];
+    make_ident(id);
+    EXPECT_EQ(matrix_invert(inv, id), 1.0f);
+    expect_matrix_near(inv, id, 0.0f);
+
+    const float m[4][4] = {{0.5f, 2, -1, 0.25f}, {3, -1, 0.5f, 1}, {1, 1, 7, -2}, {4, 0.5f, 2, 3}};
+    matrix_invert(inv, m);
+    matrix_matrix_mult(m, inv, product);
+    expect_matrix_near(product, id, 1e-5f);
+
+    // Pivoting swaps rows; each swap must negate the sign.
+    EXPECT_NEAR(matrix_invert(inv, kGeneral), 25.0f, 1e-4f);
+    EXPECT_NEAR(matrix_invert(inv, kSwapped), -25.0f, 1e-4f);
+    matrix_matrix_mult(kSwapped, inv, product);
+    expect_matrix_near(product, id, 1e-5f);
+
+    float flat[4][4];
+    xform(flat, 3, 1, 0, 1);
+    EXPECT_EQ(matrix_invert(inv, flat), 0.0f);  // singular
+}
+
+TEST(MathMatrix, RotationAngleIsReducedByFullTurns) {
+    const float axis[3] = {0.0f, 0.6f, 0.8f};
+    for (float x : {0.3f, 1.7f, 4.0f}) {
+        float reduced[4][4], turned[4][4], negative[4][4];
+        make_rotate_matrix(reduced, x, axis);
+        make_rotate_matrix(turned, 6.2831853f + x, axis);
+        make_rotate_matrix(negative, x - 12.566371f, axis);
+        expect_matrix_near(turned, reduced, 2e-6f);
+        expect_matrix_near(negative, reduced, 4e-6f);
+    }
+}
+
+TEST(MathMatrix, PremultipliedConcatenationAppliesTheNewMatrixFirst) {
+    float m[4][4], t[4][4];
+    xform(t, 1, 1, 0, 0);
+    xform(m, 3, 2, 2, 2);
+    concat_matrix(m, t, 1);  // translate, then scale
+    float p[3] = {0, 0, 0};
+    vec3_mat4_mult_inplace(p, m, 1);
+    EXPECT_FLOAT_EQ(p[0], 2.0f);
+
+    xform(m, 3, 2, 2, 2);
+    concat_matrix(m, t, 0);  // scale, then translate
+    float q[3] = {0, 0, 0};
+    vec3_mat4_mult_inplace(q, m, 1);
+    EXPECT_FLOAT_EQ(q[0], 1.0f);
+}
+
+TEST(MathMatrix, ThreeAngleRotationIsProper) {
+    float m[4][4], mt[4][4], product[4][4], id[4][4], inv[4][4];
+    make_ident(id);
+    xform(m, 2, 30, -50, 110);
+    matrix_transpose(mt, m);
+    matrix_matrix_mult(m, mt, product);
+    expect_matrix_near(product, id, 1e-6f);
+    EXPECT_NEAR(matrix_invert(inv, m), 1.0f, 1e-5f);
+    xform(m, 2, 90, 0, 0);  // about x alone, y turns into -z
+    EXPECT_NEAR(m[1][2], -1.0f, 1e-6f);
+    xform(m, 9, 1, 2, 3);  // unknown kind
+    expect_matrix_near(m, id, 0.0f);
+}
+
+TEST(MathMatrix, VectorTimesMatrixModes) {
+    float m[4][4];
+    xform(m, 1, 10, 20, 0);
+    m[0][0] = 2;
+    m[2][3] = 5;  // the fourth column is never written back
+
+    float direction[3] = {1, 1, 1}, point[3] = {1, 1, 1}, other[3] = {1, 1, 1};
+    float hpoint[4] = {1, 1, 1, 2};
+    vec3_mat4_mult_inplace(direction, m, 0);
+    vec3_mat4_mult_inplace(point, m, 1);
+    vec3_mat4_mult_inplace(hpoint, m, 2);
+    vec3_mat4_mult_inplace(other, m, 9);
+    EXPECT_EQ(direction[0], 2.0f);
+    EXPECT_EQ(point[0], 12.0f);
+    EXPECT_EQ(hpoint[1], 41.0f);
+    EXPECT_EQ(hpoint[3], 2.0f);
+    EXPECT_EQ(other[0], 2.0f);  // as a direction
+}
+
+namespace {
+
+// A record built by hand around matrices it owns.
+class RecordTest : public ::testing::Test {
+  protected:
+    void SetUp() override { saved_time_ = sample_time; }
+    void TearDown() override { sample_time = saved_time_; }
+
+    void set_first(const float m[4][4]) {
+        std::memcpy(mat0, m, sizeof mat0);
+        matrix_invert(inv0, m);
+        rec.matrix0 = mat0;
+        rec.inverse0 = inv0;
+    }
+
+    Transformation rec{};
+    float mat0[4][4], inv0[4][4], mat1[4][4];
+
+  private:
+    float saved_time_ = 0;
+};
+
+}  // namespace
+
+TEST_F(RecordTest, NullRecordOrMatrixIsTheIdentity) {
+    const float p[3] = {1, 2, 3};
+    float out[3];
+    transform_p(p, nullptr, out);
+    EXPECT_EQ(out[2], 3.0f);
+    transform_n(p, &rec, out);
+    EXPECT_EQ(out[1], 2.0f);
+    EXPECT_EQ(transform_measure(2.5f, nullptr), 2.5f);
+    EXPECT_EQ(inverse_transform_measure(2.5f, &rec), 2.5f);
+}
+
+TEST_F(RecordTest, MeasureUsesTheAverageScale) {
+    float m[4][4];
+    xform(m, 3, 3, 3, 3);
+    set_first(m);
+    EXPECT_FLOAT_EQ(transform_measure(1.0f, &rec), 3.0f);
+    EXPECT_FLOAT_EQ(inverse_transform_measure(3.0f, &rec), 1.0f);
+    xform(m, 3, 1, 2, 2);
+    set_first(m);
+    EXPECT_FLOAT_EQ(transform_measure(1.0f, &rec), std::sqrt(3.0f));
+}
+
+TEST_F(RecordTest, MovingRecordIsInterpolatedAtTheSampleTime) {
+    float m[4][4];
+    xform(m, 1, 2, 0, 0);
+    set_first(m);
+    xform(mat1, 3, 1, 3, 1);
+    rec.matrix1 = mat1;
+    rec.time0 = 1.0f;
+    rec.time1 = 3.0f;
+    rec.flags = XFORM_MOVING;
+
+    const float p[3] = {1, 1, 0};
+    float out[3];
+    const struct {
+        float time, x, y;
+    } samples[] = {{0, 3, 1}, {1, 3, 1}, {2, 2, 2}, {3, 1, 3}, {9, 1, 3}};
+    for (const auto& s : samples) {
+        sample_time = s.time;
+        transform_p(p, &rec, out);
+        EXPECT_FLOAT_EQ(out[0], s.x) << s.time;
+        EXPECT_FLOAT_EQ(out[1], s.y) << s.time;
+    }
+    rec.flags = 0;  // not moving: the second matrix is ignored
+    transform_p(p, &rec, out);
+    EXPECT_EQ(out[0], 3.0f);
+}
+
+TEST_F(RecordTest, SpacetimeTransformUsesItsOwnTimeAndMode) {
+    float m[4][4];
+    xform(m, 1, 2, 0, 0);
+    m[3][3] = 4;
+    set_first(m);
+    xform(mat1, 1, 4, 0, 0);
+    rec.matrix1 = mat1;
+    rec.time1 = 1.0f;
+    rec.flags = XFORM_MOVING;
+    sample_time = 0.0f;
+
+    float in[4] = {1, 0, 0, 1}, out[4] = {0, 0, 0, -7};
+    spacetime_transform_p(in, &rec, out, 0.5f, 0, 1);
+    EXPECT_FLOAT_EQ(out[0], 4.0f);
+    EXPECT_EQ(out[3], -7.0f);  // three floats only
+    spacetime_transform_p(in, &rec, out, 0.0f, 0, 2);
+    EXPECT_FLOAT_EQ(out[3], 4.0f);  // the homogeneous mode writes the fourth
+    spacetime_transform_p(in, &rec, out, 0.0f, 1, 1);
+    EXPECT_FLOAT_EQ(out[0], 0.5f);  // row 3 of the inverse is (-0.5, 0, 0, 0.25)
+    out[3] = -7;
+    spacetime_transform_p(in, nullptr, out, 0.0f, 0, 2);
+    EXPECT_EQ(out[3], -7.0f);
+}
+
+TEST(MathClasses, GenOrthos) {
+    Point v(0, 0, 2), a, b;
+    gen_orthos(v, a, b);
+    EXPECT_FLOAT_EQ(v.z, 1.0f);
+    EXPECT_FLOAT_EQ(a.x, static_cast<float>(1 / std::sqrt(2.0)));
+    EXPECT_FLOAT_EQ(a.y, static_cast<float>(-1 / std::sqrt(2.0)));
+    EXPECT_NEAR(b.dot(v), 0.0f, 1e-7f);
+    EXPECT_NEAR(b.dot(a), 0.0f, 1e-7f);
+    EXPECT_FLOAT_EQ(b.length(), 1.0f);
+
+    DPoint dv(3, -1, 0.5), da, db;
+    gen_orthos(dv, da, db);
+    EXPECT_NEAR(da.dot(dv), 0.0, 1e-15);
+    EXPECT_NEAR(db.dot(da), 0.0, 1e-15);
+    EXPECT_NEAR(db.length(), 1.0, 1e-15);
+
+    Point diagonal(2, 2, 2), za(9, 9, 9), zb(9, 9, 9);
+    gen_orthos(diagonal, za, zb);  // along (1, 1, 1) a has no direction
+    EXPECT_EQ(za.length(), 0.0f);
+    EXPECT_EQ(zb.length(), 0.0f);
+    DPoint tiny(1e-13, 0, 0);
+    gen_orthos(tiny, da, db);
+    EXPECT_EQ(tiny.length(), 0.0);
+}
+
+TEST(MathClasses, Matrix4AgreesWithTheFreeFunctions) {
+    Matrix4 general(&kGeneral[0][0]);
+    Matrix4 product = general * general.inverse();
+    for (int i = 0; i < 4; i++)
+        for (int j = 0; j < 4; j++) EXPECT_NEAR(product[i][j], Matrix4::Identity[i][j], 1e-5f);
+
+    Matrix4 t(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 5, 0, 0, 1);
+    Matrix4 s = 2.0f * Matrix4::Identity;
+    s[3][3] = 1;
+    EXPECT_EQ((t * s)[3][0], 10.0f);  // translate first, then scale
+    EXPECT_EQ(transpose(t)[0][3], 5.0f);
+    EXPECT_TRUE(-t + t == Matrix4::Zero);
+
+    Matrix4 rows(Matrix3(), Point(1, 2, 3), 0), columns(Matrix3(), Point(1, 2, 3), 1);
+    EXPECT_EQ(rows[3][1], 2.0f);
+    EXPECT_EQ(columns[1][3], 2.0f);
+    EXPECT_EQ(columns[3][1], 0.0f);
+}
