@@ -3,21 +3,24 @@
 #ifndef TRACERY_RI_ATTRIBUTES_H
 #define TRACERY_RI_ATTRIBUTES_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "ri/ri.h"
 
-constexpr uint32_t GSTATE_SHARED = 1u;        // bit 0 of flags: copy before writing
+constexpr uint32_t GSTATE_SHARED = 1u;            // bit 0 of flags: copy before writing
 constexpr uint32_t GSTATE_READY_MASK = 0xf8000u;  // bits 15..19, cleared by ready_gstate
 constexpr int ATTRIBUTE_STACK_MAX = 128;
 // The record size the statistics report in (peak * 288 / 1024 kb).
 constexpr int GSTATE_RECORD_BYTES = 288;
 
 class GState {
-public:
+  public:
     // With a null parent, the defaults; otherwise a copy of *parent.
     explicit GState(const GState* parent);
-    static void* operator new(size_t size);
+    // Takes a state from the pool; null (after a report) when the pool is
+    // exhausted. noexcept so that a null result skips the constructor.
+    static void* operator new(size_t size) noexcept;
     static void operator delete(void* p);
     static void release_memory(int tag);
     static void printstats();
@@ -40,7 +43,16 @@ public:
 // Whether RiColor changes the drawing colour (-color / -nocolor).
 extern int use_colors;
 
+// Handle of the next RiObjectBegin (0, 1, 2, ...).
+extern int object_count;
+// Set once RiObjectInstance has warned that it is not supported.
+extern int warned_instance;
+
 // Depth of the attribute stack (for tests and diagnostics).
 int attribute_stack_depth();
+// Empties the attribute stack without touching the states (for resets).
+void clear_attribute_stack();
+// Number of blocks in the graphics state pool (for tests and diagnostics).
+int gstate_pool_blocks();
 
 #endif  // TRACERY_RI_ATTRIBUTES_H

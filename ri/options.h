@@ -25,7 +25,7 @@ enum DisplayType {
 enum HiderType { HIDER_NULL = 0, HIDER_HIDDEN = 1, HIDER_PAINT = 2 };
 
 class GOptions {
-public:
+  public:
     void default_values();
     // Pushes a copy of this record (or the defaults when this is null) on *stack.
     void push(GOptions** stack);
@@ -101,6 +101,9 @@ extern float xstep, ystep;
 extern int safetyfile;
 // Saved option records of the open frames.
 extern GOptions* goption_stack;
+
+// Frees every saved option record (for resets).
+void clear_option_stack();
 
 // Opens name for reading as given or through the ':'-separated path; on
 // success writes the full name into result (of result_size bytes) and

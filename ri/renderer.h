@@ -17,7 +17,7 @@ enum BlockBits { BLOCK_GLOBAL = 1, BLOCK_FRAME = 2, BLOCK_WORLD = 4, BLOCK_MOTIO
 extern int block_level;
 
 class Renderer : public GOptions {
-public:
+  public:
     Renderer();
     virtual ~Renderer();
     Renderer(const Renderer&) = delete;
@@ -39,7 +39,7 @@ public:
 };
 
 class PreviewRenderer : public Renderer {
-public:
+  public:
     ~PreviewRenderer() override;
     void Render() override;
     void worldbegin() override;
@@ -48,7 +48,13 @@ public:
     void frameend() override;
 };
 
-// The renderer made by RiBegin (left holding the old value after RiEnd).
+// The renderer made by RiBegin; null before the first RiBegin and after RiEnd.
 extern Renderer* renderer;
+
+// Returns the interface to its state before the first RiBegin (for tests and
+// the fuzz driver): deletes the live renderer, sets block_level to 0, empties
+// the attribute, option and transformation stacks and the graphics state and
+// allocation pools, and forgets object numbers and the once-only warnings.
+void reset_interface_state();
 
 #endif  // TRACERY_RI_RENDERER_H

@@ -1,0 +1,92 @@
+// The block structure of the interface: RiBegin/RiEnd create and destroy the
+// one renderer, and the frame and world procedures keep the nesting bits of
+// block_level and pass the frame and world events on to the renderer.
+#include <vector>
+
+#include "preview/x11_previewer.h"
+#include "ri/attributes.h"
+#include "ri/renderer.h"
+#include "ri/transforms.h"
+#include "support/error.h"
+
+namespace {
+
+// A second RiBegin replaces the renderer without destroying the first (its
+// destructor would end the picture and wait). The replaced renderers are kept
+// here, reachable, for the rest of the run (the list itself is never
+// destroyed, so they stay reachable through exit).
+std::vector<Renderer*>& replaced_renderers() {
+    static auto* list = new std::vector<Renderer*>();
+    return *list;
+}
+
+void nesting_error(const char* message) {
+    RMError(RIE_NESTING, RIE_SEVERE, message);
+}
+
+}  // namespace
+
+RtVoid RiBegin(RtToken) {
+    if (block_level != 0) nesting_error("RiBegin must be called at the NULL level");
+    block_level |= BLOCK_GLOBAL;
+    if (renderer != nullptr) replaced_renderers().push_back(renderer);
+    // Made after the global bit is set, so the root graphics state carries
+    // the global lifetime tag.
+    renderer = new X11VectorPreviewer();
+    RiBasis(RiBezierBasis, RI_BEZIERSTEP, RiBezierBasis, RI_BEZIERSTEP);
+}
+
+// The renderer is destroyed here and renderer is set to null, so that no
+// procedure called after RiEnd can reach a destroyed object.
+RtVoid RiEnd() {
+    if (block_level != BLOCK_GLOBAL) nesting_error("RiEnd called at inappropriate level");
+    block_level = 0;
+    Renderer* ended = renderer;
+    delete ended;
+    renderer = nullptr;
+}
+
+RtVoid RiFrameBegin(RtInt frame) {
+    if (block_level != BLOCK_GLOBAL) {
+        nesting_error("RiFrameBegin must be called at the GLOBAL level");
+    }
+    block_level |= BLOCK_FRAME;
+    if (renderer != nullptr) renderer->framebegin(frame);
+    RiAttributeBegin();
+}
+
+RtVoid RiFrameEnd() {
+    if ((block_level & BLOCK_FRAME) == 0) {
+        nesting_error("RiFrameEnd called without corresponding RiFrameBegin");
+    }
+    if (block_level >= BLOCK_WORLD) nesting_error("RiFrameEnd called inside world level");
+    // A toggle: after an unmatched RiFrameEnd that was let go on, the frame
+    // bit ends up set.
+    block_level ^= BLOCK_FRAME;
+    RiAttributeEnd();
+    if (renderer != nullptr) renderer->frameend();
+}
+
+RtVoid RiWorldBegin() {
+    if (block_level == 0 || block_level >= BLOCK_WORLD) {
+        nesting_error("RiWorldBegin called at inappropriate level");
+    }
+    block_level |= BLOCK_WORLD;
+    // The null hider draws nothing: no camera, no attribute level, no reset
+    // of the transformation. RiWorldEnd still closes an attribute level.
+    if (renderer == nullptr || renderer->hider == HIDER_NULL) return;
+    renderer->worldbegin();
+    RiAttributeBegin();
+    // The transformation current until now survives only as the camera.
+    curxform = nullptr;
+    RiIdentity();
+}
+
+RtVoid RiWorldEnd() {
+    if ((block_level & BLOCK_WORLD) == 0 || block_level >= BLOCK_MOTION) {
+        nesting_error("RiWorldEnd called at inappropriate level");
+    }
+    block_level ^= BLOCK_WORLD;
+    RiAttributeEnd();
+    if (renderer != nullptr) renderer->worldend();
+}

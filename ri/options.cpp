@@ -1,0 +1,815 @@
+// The option record GOptions (defaults, the frame save stack, and the camera
+// and raster mapping derived at world begin), every option procedure of the
+// interface, the implementation options of RiOptionV, and find_path.
+#include "ri/options.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "driver/globals.h"
+#include "math/transform.h"
+#include "ri/renderer.h"
+#include "ri/transforms.h"
+#include "support/declarations.h"
+#include "support/error.h"
+#include "support/memory.h"
+
+float xstep = 0.0f;
+float ystep = 0.0f;
+int safetyfile = 0;
+GOptions* goption_stack = nullptr;
+
+namespace {
+
+bool same(const char* a, const char* b) {
+    return a != nullptr && std::strcmp(a, b) == 0;
+}
+
+const char* printable(const char* s) {
+    return s ? s : "";
+}
+
+// Float to int without undefined behaviour: NaN gives 0, values beyond the
+// int range give its ends.
+int to_int(double v) {
+    if (std::isnan(v)) return 0;
+    if (v <= static_cast<double>(INT_MIN)) return INT_MIN;
+    if (v >= static_cast<double>(INT_MAX)) return INT_MAX;
+    return static_cast<int>(v);
+}
+
+int saturating_add(int a, int b) {
+    long long sum = static_cast<long long>(a) + b;
+    return static_cast<int>(std::clamp<long long>(sum, INT_MIN, INT_MAX));
+}
+
+// ceil(v), at most 0 becomes 0, at least limit becomes limit.
+int clamped_crop(float v, int limit) {
+    float c = std::ceil(v);
+    if (!(c > 0.0f)) return 0;
+    if (c >= static_cast<float>(limit)) return limit;
+    return to_int(c);
+}
+
+// Option procedures refuse to run inside the world: a warning, and the value
+// is stored all the same (it takes effect at the next RiWorldBegin).
+void check_option_level() {
+    if (block_level > 3) RMError(RIE_NOTOPTIONS, RIE_WARNING, nullptr);
+}
+
+// The option record to write, or null (after a report) before RiBegin.
+GOptions* options() {
+    if (renderer == nullptr) RMError(RIE_NOTSTARTED, RIE_ERROR, nullptr);
+    return renderer;
+}
+
+GOptions* checked_options() {
+    check_option_level();
+    return options();
+}
+
+int int_value(RtPointer value) {
+    int v;
+    std::memcpy(&v, value, sizeof v);
+    return v;
+}
+
+float float_value(RtPointer value) {
+    float v;
+    std::memcpy(&v, value, sizeof v);
+    return v;
+}
+
+// Strings arrive as an array of char*: the value points at the first pointer.
+const char* string_value(RtPointer value) {
+    return *static_cast<const char* const*>(value);
+}
+
+// ---- RiOptionV families; each returns false for a key it does not know ----
+
+bool radiosity_option(GOptions* o, const char* key, RtPointer value) {
+    if (same(key, "steps")) {
+        o->radiosity_steps = static_cast<int16_t>(int_value(value));
+    } else if (same(key, "minpatchsamples")) {
+        o->minpatchsamples = static_cast<int16_t>(int_value(value));
+    } else if (same(key, "patchsize")) {
+        o->patchsize = float_value(value);
+    } else if (same(key, "elemsize")) {
+        o->elemsize = float_value(value);
+    } else if (same(key, "minsize")) {
+        o->minsize = float_value(value);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void set_maxsamples(GOptions* o, int v) {
+    if (v < o->minsamples) {
+        v = o->minsamples;
+    } else if (v > 256) {
+        v = 256;
+    } else if (v < 4) {
+        v = 4;
+    }
+    o->maxsamples = v;
+}
+
+void set_hierarchy(GOptions* o, int v) {
+    o->use_hierarchy = v > 0;
+    o->goldsal = v > 1 && v < 4;
+    o->hierarchy_3 = v == 3;
+}
+
+// The float keys marked as words copy the value's 32 bits as they are.
+bool render_float_option(GOptions* o, const char* key, RtPointer value) {
+    float* field = nullptr;
+    if (same(key, "branch_ratio")) {
+        field = &o->branch_ratio;
+    } else if (same(key, "max_branch_ratio")) {
+        field = &o->max_branch_ratio;
+    } else if (same(key, "minshadowbias")) {
+        field = &o->shadow_bias0;
+    } else if (same(key, "maxshadowbias")) {
+        field = &o->shadow_bias1;
+    } else {
+        return false;
+    }
+    std::memcpy(field, value, sizeof *field);
+    return true;
+}
+
+bool render_option(GOptions* o, const char* key, RtPointer value) {
+    if (same(key, "look_behind")) {
+        o->look_behind = int_value(value);
+    } else if (same(key, "verbose") || same(key, "debug")) {
+        RMDEBUG = int_value(value);
+    } else if (same(key, "use_hierarchy")) {
+        set_hierarchy(o, int_value(value));
+    } else if (same(key, "goldsal")) {
+        o->goldsal = int_value(value);
+    } else if (same(key, "max_raylevel")) {
+        o->max_raylevel = int_value(value);
+    } else if (same(key, "maxsamples")) {
+        set_maxsamples(o, int_value(value));
+    } else if (same(key, "minsamples")) {
+        o->minsamples = std::max(int_value(value), 4);
+    } else if (same(key, "prmanspecular") || same(key, "cooktorrancespecular")) {
+        o->specular_model = int_value(value);
+    } else {
+        return render_float_option(o, key, value);
+    }
+    return true;
+}
+
+// Builds a search path from value, where each '&' stands for the previous
+// path. The build buffer is bounded: a longer path is cut with a warning.
+RtToken build_search_path(const char* value, const char* previous) {
+    char buffer[SEARCH_PATH_MAX];
+    size_t length = 0;
+    bool truncated = false;
+    for (const char* c = value; *c != '\0' && !truncated; ++c) {
+        const char* piece = *c == '&' ? printable(previous) : nullptr;
+        size_t piece_length = piece ? std::strlen(piece) : 1;
+        if (length + piece_length >= sizeof buffer) {
+            piece_length = sizeof buffer - 1 - length;
+            truncated = true;
+        }
+        std::memcpy(buffer + length, piece ? piece : c, piece_length);
+        length += piece_length;
+    }
+    buffer[length] = '\0';
+    if (truncated) RMError(RIE_LIMIT, RIE_WARNING, "Search path too long; truncated");
+    return NewToken(buffer);
+}
+
+bool searchpath_option(GOptions* o, const char* key, RtPointer value) {
+    RtToken* path = nullptr;
+    if (same(key, "include")) {
+        path = &o->include_path;
+    } else if (same(key, "texture")) {
+        path = &o->texture_path;
+    } else if (same(key, "shader")) {
+        path = &o->shader_path;
+    } else if (same(key, "resource") || same(key, "serverresource")) {
+        // Through RiOptionV with local arrays rather than the variadic
+        // RiOption, which would overwrite the _V_names/_V_params arrays a
+        // variadic caller may still be walking. Same effect.
+        const char* kinds[] = {"texture", "shader", "include"};
+        for (const char* kind : kinds) {
+            RtToken tokens[1] = {kind};
+            RtPointer values[1] = {value};
+            RiOptionV("searchpath", 1, tokens, values);
+        }
+        return true;
+    } else {
+        return false;
+    }
+    const char* text = string_value(value);
+    if (text != nullptr) *path = build_search_path(text, *path);
+    return true;
+}
+
+bool runtime_option(GOptions* o, const char* key, RtPointer value) {
+    if (!same(key, "verbosity")) return false;
+    const char* word = string_value(value);
+    if (same(word, "silent")) {
+        o->verbosity = 0;
+    } else if (same(word, "normal")) {
+        o->verbosity = 1;
+    } else if (same(word, "verbose")) {
+        o->verbosity |= 2;
+    } else if (same(word, "stats")) {
+        o->verbosity |= 10;
+    } else if (same(word, "debug")) {
+        o->verbosity |= 14;
+        RMDEBUG = 2;
+    }
+    return true;
+}
+
+bool shadow_option(GOptions* o, const char* key, RtPointer value) {
+    if (same(key, "bias0")) {
+        o->shadow_bias0 = float_value(value);
+    } else if (same(key, "bias1")) {
+        o->shadow_bias1 = float_value(value);
+    } else if (!same(key, "zlerp")) {
+        return false;
+    }
+    return true;
+}
+
+int kilobytes_to_bytes(int kb) {
+    return static_cast<int>(std::clamp<long long>(kb * 1024LL, INT_MIN, INT_MAX));
+}
+
+// 16 up to 16, else the smallest power of two from 32 up that holds m.
+int bucket_size(int m) {
+    if (m <= 16) return 16;
+    int size = 32;
+    while (size < m && size < (1 << 30)) size *= 2;
+    return size;
+}
+
+bool limits_option(GOptions* o, const char* key, RtPointer value) {
+    if (same(key, "texturememory")) {
+        o->texture_memory = kilobytes_to_bytes(int_value(value));
+    } else if (same(key, "geommemory")) {
+        o->geom_memory = kilobytes_to_bytes(int_value(value));
+    } else if (same(key, "bucketsize")) {
+        int pair[2];
+        std::memcpy(pair, value, sizeof pair);
+        o->bucket_xsize = o->bucket_ysize = bucket_size(std::max(pair[0], pair[1]));
+    } else if (!same(key, "gridsize") && !same(key, "eyesplits")) {
+        return false;
+    }
+    return true;
+}
+
+typedef bool (*OptionFamily)(GOptions*, const char*, RtPointer);
+
+OptionFamily option_family(const char* name) {
+    if (same(name, "radiosity")) return radiosity_option;
+    if (same(name, "render")) return render_option;
+    if (same(name, "searchpath")) return searchpath_option;
+    if (same(name, "runtime")) return runtime_option;
+    if (same(name, "shadow")) return shadow_option;
+    if (same(name, "limits")) return limits_option;
+    return nullptr;
+}
+
+bool is_silent_family(const char* name) {
+    return same(name, "parallel") || same(name, "texture") || same(name, "motion") ||
+           same(name, "statistics");
+}
+
+// ---- RiDisplayV ----
+
+// The display name is bounded by its field: a longer name is cut with a warning.
+void set_display_name(GOptions* o, const char* name) {
+    size_t length = std::strlen(name);
+    if (length >= sizeof o->display_name) {
+        length = sizeof o->display_name - 1;
+        RMError(RIE_LIMIT, RIE_WARNING, "Display name too long; truncated");
+    }
+    std::memcpy(o->display_name, name, length);
+    o->display_name[length] = '\0';
+}
+
+int display_type_code(const char* type) {
+    if (same(type, "file") || same(type, "tiff") || same(type, "TIFF")) return DISPLAY_FILE;
+    if (same(type, "framebuffer")) return DISPLAY_FRAMEBUFFER;
+    if (same(type, "shadow") || same(type, "zfile")) return DISPLAY_ZFILE;
+    if (same(type, "floatdump")) return DISPLAY_FLOATDUMP;
+    if (same(type, "ascii")) return DISPLAY_ASCII;
+    return 0;
+}
+
+void set_display_type(GOptions* o, const char* type) {
+    int code = display_type_code(type);
+    if (code == 0) {
+        QuillError(RIE_BADTOKEN, RIE_ERROR, "RiDisplay given invalid type: \"%s\"",
+                   printable(type));
+        return;
+    }
+    o->display_type = static_cast<unsigned char>(code);
+    if (code == DISPLAY_ASCII) o->verbosity = 0;
+}
+
+int mode_channel(char c) {
+    switch (c) {
+        case 'r':
+        case 'R':
+            return 1;
+        case 'a':
+        case 'A':
+            return 2;
+        case 'z':
+        case 'Z':
+            return 4;
+        case 'g':
+        case 'G':
+        case 'b':
+        case 'B':
+            return 0;
+        default:
+            return -1;
+    }
+}
+
+void set_display_mode(GOptions* o, const char* mode) {
+    o->display_mode = 0;
+    for (const char* c = printable(mode); *c != '\0'; ++c) {
+        int channel = mode_channel(*c);
+        if (channel < 0) {
+            QuillError(RIE_BADTOKEN, RIE_ERROR, "RiDisplay given invalid mode: \"%s\"", mode);
+        } else {
+            o->display_mode = static_cast<unsigned char>(o->display_mode + channel);
+        }
+    }
+}
+
+void set_display_parameter(GOptions* o, RtToken token, RtPointer value) {
+    if (same(token, "origin")) {
+        if (value == nullptr) return;
+        int origin[2];
+        std::memcpy(origin, value, sizeof origin);
+        o->origin_x = origin[0];
+        o->origin_y = origin[1];
+    } else if (!same(token, "compression") && !same(token, "merge")) {
+        QuillError(RIE_BADTOKEN, RIE_WARNING, "RiDisplay: Unknown parameter \"%s\"",
+                   printable(token));
+    }
+}
+
+// ---- GOptions::worldbegin steps ----
+
+void default_screen_window(GOptions* o) {
+    float f = o->frame_aspect;
+    if (f >= 1.0f) {
+        o->screen_left = -f;
+        o->screen_right = f;
+        o->screen_bottom = -1.0f;
+        o->screen_top = 1.0f;
+    } else {
+        o->screen_left = -1.0f;
+        o->screen_right = 1.0f;
+        o->screen_bottom = -1.0f / f;
+        o->screen_top = 1.0f / f;
+    }
+}
+
+void unit_or_as_is(float* v) {
+    float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    if (length >= 1e-12f) {
+        for (int i = 0; i < 3; ++i) v[i] /= length;
+    }
+}
+
+// The camera frame in world space, through the inverse of the camera
+// transformation (none: the camera is at the world origin looking down +z).
+void camera_frame(GOptions* o) {
+    const float origin[3] = {0, 0, 0};
+    const float z_axis[3] = {0, 0, 1};
+    const float x_axis[3] = {1, 0, 0};
+    const float y_axis[3] = {0, 1, 0};
+    if (o->camera != nullptr && o->camera->matrix0 != nullptr) {
+        inverse_transform_p(origin, o->camera, o->eye);
+        inverse_transform_v(z_axis, o->camera, o->view_dir);
+        inverse_transform_v(x_axis, o->camera, o->view_right);
+        inverse_transform_v(y_axis, o->camera, o->view_up);
+    } else {
+        std::memcpy(o->eye, origin, sizeof o->eye);
+        std::memcpy(o->view_dir, z_axis, sizeof o->view_dir);
+        std::memcpy(o->view_right, x_axis, sizeof o->view_right);
+        std::memcpy(o->view_up, y_axis, sizeof o->view_up);
+    }
+    unit_or_as_is(o->view_dir);
+    unit_or_as_is(o->view_right);
+    unit_or_as_is(o->view_up);
+}
+
+}  // namespace
+
+// ---- GOptions ----
+
+void GOptions::default_values() {
+    GOptions* link = next;
+    *this = GOptions{};
+    next = link;
+    xres = 640;
+    yres = 480;
+    pixel_aspect = 1.0f;
+    frame_aspect = -1.0f;
+    crop_xmax = crop_ymax = 1.0f;
+    screen_left = -100000.0f;
+    projection = 1;
+    fov = 90.0f;
+    near_clip = RI_EPSILON;
+    far_clip = RI_INFINITY;
+    fstop = RI_INFINITY;
+    xsamples = ysamples = 2;
+    filter = RiGaussianFilter;
+    filter_xwidth = filter_ywidth = 2.0f;
+    gain = gamma = 1.0f;
+    color_one = 255.0f;
+    color_max = 255.0f;
+    color_dither = 0.5f;
+    std::strcpy(display_name, "ri.tif");
+    display_type = DISPLAY_FILE;
+    display_mode = 3;
+    hider = HIDER_HIDDEN;
+    reserved_byte = 3;
+    relative_detail = 1.0f;
+    look_behind = 1;
+    use_hierarchy = 2;
+    goldsal = 1;
+    specular_model = 1;
+    verbosity = 1;
+    minsamples = 4;
+    maxsamples = 64;
+    branch_ratio = 2.0f;
+    max_branch_ratio = 4.0f;
+    max_raylevel = 4;
+    minpatchsamples = 1;
+    patchsize = 4.0f;
+    elemsize = 2.0f;
+    minsize = 1.0f;
+    shadow_bias0 = 0.01f;
+    shadow_bias1 = 0.2f;
+    bucket_xsize = bucket_ysize = 64;
+    texture_memory = 10485760;
+    geom_memory = 41943040;
+    reserved_77 = 1;
+    frame_number = -1;
+}
+
+// Always called on a live record (the renderer), so the null case of the
+// record never arises here.
+void GOptions::push(GOptions** stack) {
+    void* memory = myalloc(sizeof(GOptions));
+    if (memory == nullptr) return;
+    auto* copy = new (memory) GOptions(*this);
+    copy->next = *stack;
+    *stack = copy;
+}
+
+void GOptions::pop(GOptions** stack) {
+    GOptions* top = *stack;
+    if (top == nullptr) return;
+    *this = *top;
+    *stack = top->next;
+    myfree(top);
+}
+
+void GOptions::worldbegin() {
+    out_xres = xres;
+    out_yres = yres;
+    camera = curxform;
+
+    float a = pixel_aspect * xres / yres;
+    if (frame_aspect < 0.0f) {
+        frame_aspect = a;
+    } else if (a < frame_aspect) {
+        out_yres = to_int(std::floor(pixel_aspect * xres / frame_aspect + 0.5f));
+    } else {
+        out_xres = to_int(std::floor(frame_aspect * yres / pixel_aspect + 0.5f));
+    }
+    // A degenerate aspect could give an empty output; keep at least a pixel
+    // so that the steps below stay finite.
+    out_xres = std::max(out_xres, 1);
+    out_yres = std::max(out_yres, 1);
+
+    if (screen_left < -90000.0f) default_screen_window(this);
+    xstep = (screen_right - screen_left) / out_xres;
+    ystep = (screen_top - screen_bottom) / out_yres;
+
+    if (projection == 0) {
+        auto t = static_cast<float>(std::tan(fov * 0.017453292519943295 / 2));
+        xstep *= t;
+        ystep *= t;
+        persp_scale = t;
+        screen_left *= t;
+        screen_right *= t;
+        screen_bottom *= t;
+        screen_top *= t;
+    } else {
+        persp_scale = 1.0f;
+    }
+
+    int r = to_int(std::ceil(0.5 * std::max(filter_xwidth, filter_ywidth)));
+
+    crop_x0 = clamped_crop(xres * crop_xmin, out_xres - 1);
+    crop_x1 = clamped_crop(xres * crop_xmax - 1, out_xres - 1);
+    crop_y0 = clamped_crop(yres * crop_ymin, out_yres - 1);
+    crop_y1 = clamped_crop(yres * crop_ymax - 1, out_yres - 1);
+    crop_width = crop_x1 - crop_x0 + 1;
+    crop_height = crop_y1 - crop_y0 + 1;
+    // Only the height is cut, and the record keeps the lowered value for the
+    // later world blocks of the frame.
+    if (crop_y1 < yres - 1) yres = crop_y1 + 1;
+
+    if (pixel_variance == 0.0f) {
+        pad_x0 = saturating_add(crop_x0, -r);
+        pad_x1 = saturating_add(crop_x1, r);
+        pad_y0 = saturating_add(crop_y0, -r);
+        pad_y1 = saturating_add(crop_y1, r);
+    } else {
+        pad_x0 = crop_x0;
+        pad_x1 = crop_x1;
+        pad_y0 = crop_y0;
+        pad_y1 = crop_y1;
+    }
+
+    inv_xsamples = 1.0f / xsamples;
+    inv_ysamples = 1.0f / ysamples;
+    sample_time = shutter_open;
+    motion_blur = shutter_close != shutter_open;
+    camera_frame(this);
+}
+
+void clear_option_stack() {
+    while (goption_stack != nullptr) {
+        GOptions* top = goption_stack;
+        goption_stack = top->next;
+        myfree(top);
+    }
+}
+
+// ---- Camera and image ----
+
+RtVoid RiFormat(RtInt xres, RtInt yres, RtFloat aspect) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    if (xres > 0) o->xres = xres;
+    if (yres > 0) o->yres = yres;
+    if (aspect > 0.0f) o->pixel_aspect = aspect;
+}
+
+RtVoid RiFrameAspectRatio(RtFloat aspect) {
+    if (GOptions* o = checked_options()) o->frame_aspect = aspect;
+}
+
+RtVoid RiScreenWindow(RtFloat left, RtFloat right, RtFloat bottom, RtFloat top) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->screen_left = left;
+    o->screen_right = right;
+    o->screen_bottom = bottom;
+    o->screen_top = top;
+}
+
+RtVoid RiCropWindow(RtFloat xmin, RtFloat xmax, RtFloat ymin, RtFloat ymax) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->crop_xmin = xmin;
+    o->crop_xmax = xmax;
+    o->crop_ymin = ymin;
+    o->crop_ymax = ymax;
+}
+
+RtVoid RiProjection(RtToken name, ...) {
+    va_list ap;
+    va_start(ap, name);
+    int n = _v_to_array(ap);
+    va_end(ap);
+    RiProjectionV(name, n, _V_names, _V_params);
+}
+
+RtVoid RiProjectionV(RtToken name, RtInt n, RtToken tokens[], RtPointer params[]) {
+    if ((block_level & 7) > 3) {
+        RMError(RIE_NOTOPTIONS, RIE_WARNING, "RiProjection called at bad level");
+    }
+    // Inside a motion block only the first sample counts.
+    if (motion_guard()) return;
+    GOptions* o = options();
+    if (o == nullptr) return;
+    if (same(name, "orthographic")) {
+        o->projection = 1;
+    } else if (same(name, "perspective")) {
+        o->projection = 0;
+        for (int i = 0; i < n; ++i) {
+            if (same(tokens[i], "fov")) {
+                if (params[i] != nullptr) o->fov = float_value(params[i]);
+            } else {
+                RMError(RIE_BADTOKEN, RIE_ERROR,
+                        "RiProjection: Invalid parameter for \"perspective\"");
+            }
+        }
+    } else {
+        QuillError(RIE_BADTOKEN, RIE_ERROR, "RiProjection: Invalid projection \"%s\"",
+                   printable(name));
+    }
+}
+
+RtVoid RiClipping(RtFloat hither, RtFloat yon) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->near_clip = hither;
+    o->far_clip = yon;
+}
+
+RtVoid RiDepthOfField(RtFloat fstop, RtFloat focallength, RtFloat focaldistance) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->fstop = fstop;
+    o->focal_length = focallength;
+    o->focal_distance = focaldistance;
+    o->depth_of_field = static_cast<double>(fstop) < static_cast<double>(5e37f);
+    if (o->depth_of_field) {
+        o->lens_diameter = focallength / fstop;
+        o->lens_radius = o->lens_diameter / 2;
+    }
+}
+
+RtVoid RiShutter(RtFloat opentime, RtFloat closetime) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->shutter_open = opentime;
+    o->shutter_close = closetime;
+}
+
+// ---- Sampling and output ----
+
+RtVoid RiPixelVariance(RtFloat variance) {
+    if (GOptions* o = checked_options()) o->pixel_variance = variance;
+}
+
+RtVoid RiPixelSamples(RtFloat xsamples, RtFloat ysamples) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    // Rates below one are raised to one (NaN included), then truncated.
+    o->xsamples = std::max(to_int(xsamples), 1);
+    o->ysamples = std::max(to_int(ysamples), 1);
+}
+
+RtVoid RiPixelFilter(RtFilterFunc filter, RtFloat xwidth, RtFloat ywidth) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->filter = filter;
+    o->filter_xwidth = xwidth;
+    o->filter_ywidth = ywidth;
+}
+
+RtVoid RiExposure(RtFloat gain, RtFloat gamma) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    o->gain = gain;
+    o->gamma = gamma;
+    o->exposure_on = gain != 1.0f || gamma != 1.0f;
+}
+
+RtVoid RiQuantize(RtToken type, RtInt one, RtInt min, RtInt max, RtFloat ampl) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    float* quad;
+    if (same(type, "rgba")) {
+        quad = &o->color_one;
+    } else if (same(type, "z")) {
+        quad = &o->depth_one;
+    } else {
+        QuillError(RIE_BADTOKEN, RIE_WARNING, "RiQuantize given bad type \"%s\"", printable(type));
+        return;
+    }
+    // one, min, max, dither lie side by side in the record.
+    quad[0] = static_cast<float>(one);
+    quad[1] = static_cast<float>(min);
+    quad[2] = static_cast<float>(max);
+    quad[3] = ampl;
+}
+
+RtVoid RiDisplay(RtToken name, RtToken type, RtToken mode, ...) {
+    va_list ap;
+    va_start(ap, mode);
+    int n = _v_to_array(ap);
+    va_end(ap);
+    RiDisplayV(name, type, mode, n, _V_names, _V_params);
+}
+
+RtVoid RiDisplayV(RtToken name, RtToken type, RtToken mode, RtInt n, RtToken tokens[],
+                  RtPointer params[]) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    if (name != nullptr) set_display_name(o, name);
+    set_display_type(o, type);
+    set_display_mode(o, mode);
+    for (int i = 0; i < n; ++i) set_display_parameter(o, tokens[i], params[i]);
+}
+
+RtVoid RiHider(RtToken type, ...) {
+    va_list ap;
+    va_start(ap, type);
+    int n = _v_to_array(ap);
+    va_end(ap);
+    RiHiderV(type, n, _V_names, _V_params);
+}
+
+RtVoid RiHiderV(RtToken type, RtInt, RtToken[], RtPointer[]) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    if (type == nullptr || same(type, "NULL")) {
+        o->hider = HIDER_NULL;
+    } else if (same(type, "hidden")) {
+        o->hider = HIDER_HIDDEN;
+    } else if (same(type, "paint")) {
+        o->hider = HIDER_PAINT;
+        RMError(RIE_UNIMPLEMENT, RIE_WARNING,
+                "Painter's algorithm for hidden surface not supported");
+    } else {
+        QuillError(RIE_BADTOKEN, RIE_ERROR, "RiHider given bad type \"%s\"", type);
+    }
+}
+
+RtVoid RiColorSamples(RtInt, RtFloat[], RtFloat[]) {
+    check_option_level();
+    RMError(RIE_UNIMPLEMENT, RIE_WARNING, "ColorSamples not currently implemented");
+}
+
+RtVoid RiRelativeDetail(RtFloat relativedetail) {
+    if (GOptions* o = checked_options()) o->relative_detail = relativedetail;
+}
+
+// ---- Implementation options ----
+
+RtVoid RiOption(RtToken name, ...) {
+    va_list ap;
+    va_start(ap, name);
+    int n = _v_to_array(ap);
+    va_end(ap);
+    RiOptionV(name, n, _V_names, _V_params);
+}
+
+RtVoid RiOptionV(RtToken name, RtInt n, RtToken tokens[], RtPointer params[]) {
+    GOptions* o = checked_options();
+    if (o == nullptr) return;
+    if (same(name, "safetyfile")) {
+        safetyfile = 1;
+        return;
+    }
+    if (is_silent_family(name)) return;
+    OptionFamily family = option_family(name);
+    if (family == nullptr) {
+        QuillError(RIE_BADTOKEN, RIE_WARNING, "RiOption: Unknown option type: \"%s\"",
+                   printable(name));
+        return;
+    }
+    for (int i = 0; i < n; ++i) {
+        // A key without a value is treated like an unknown one.
+        if (params[i] == nullptr || !family(o, tokens[i], params[i])) {
+            QuillError(RIE_BADTOKEN, RIE_WARNING, "Unknown %s option \"%s\"", name,
+                       printable(tokens[i]));
+        }
+    }
+}
+
+// ---- Search paths ----
+
+int find_path(const char* name, const char* path, char* result, int result_size) {
+    if (name == nullptr || result == nullptr || result_size <= 0) return 0;
+    auto try_open = [&](const std::string& candidate) {
+        if (candidate.size() >= static_cast<size_t>(result_size)) return false;
+        FILE* f = std::fopen(candidate.c_str(), "r");
+        if (f == nullptr) return false;
+        std::fclose(f);
+        std::memcpy(result, candidate.c_str(), candidate.size() + 1);
+        return true;
+    };
+    if (try_open(name)) return 1;
+    if (path == nullptr || *path == '\0') return 0;
+    const char* element = path;
+    while (true) {
+        const char* end = std::strchr(element, ':');
+        std::string candidate(element, end ? end - element : std::strlen(element));
+        if (candidate.empty() || candidate.back() != '/') candidate += '/';
+        candidate += name;
+        if (try_open(candidate)) return 1;
+        if (end == nullptr) return 0;
+        element = end + 1;
+    }
+}

@@ -1,0 +1,104 @@
+// Block structure: nesting errors and the state they leave, frames saving
+// and restoring options, and the null hider.
+#include <gtest/gtest.h>
+
+#include "ri/attributes.h"
+#include "ri/renderer.h"
+#include "ri/transforms.h"
+#include "state_fixture.h"
+
+using BlockStructure = InterfaceStateTest;
+
+TEST_F(BlockStructure, LegalSequenceReportsNothing) {
+    RiBegin(RI_NULL);
+    RiWorldBegin();  // a world without a frame is legal
+    EXPECT_EQ(block_level, 5);
+    RiWorldEnd();
+    EXPECT_EQ(block_level, 1);
+    RiFrameBegin(1);
+    RiWorldBegin();
+    EXPECT_EQ(block_level, 7);
+    RiWorldEnd();
+    RiFrameEnd();
+    EXPECT_EQ(attribute_stack_depth(), 0);
+    EXPECT_EQ(transform_stack_depth(), 0);
+    RiEnd();
+    EXPECT_EQ(block_level, 0);
+    EXPECT_EQ(renderer, nullptr);
+    EXPECT_EQ(capture.count(), 0u);
+}
+
+// Each misuse is reported as a severe nesting error and then carried out.
+TEST_F(BlockStructure, MisuseIsReportedAndCarriedOut) {
+    struct Case {
+        void (*calls)();
+        const char* text;
+        int level_after;
+    };
+    const Case cases[] = {
+        {[] { RiBegin(RI_NULL), RiBegin(RI_NULL); }, "RiBegin must be called at the NULL level", 1},
+        {[] { RiBegin(RI_NULL), RiFrameBegin(1), RiWorldBegin(), RiEnd(); },
+         "RiEnd called at inappropriate level", 0},
+        {[] { RiBegin(RI_NULL), RiFrameBegin(1), RiWorldBegin(), RiFrameEnd(); },
+         "RiFrameEnd called inside world level", 5},
+        // The frame bit is toggled, so an unmatched end sets it (and then
+        // finds no attribute level to close).
+        {[] { RiBegin(RI_NULL), RiFrameEnd(); },
+         "RiFrameEnd called without corresponding RiFrameBegin", 3},
+        {[] { RiBegin(RI_NULL), RiFrameBegin(1), RiFrameBegin(2); },
+         "RiFrameBegin must be called at the GLOBAL level", 3},
+        {[] { RiWorldBegin(); }, "RiWorldBegin called at inappropriate level", 4},
+        {[] { RiBegin(RI_NULL), RiWorldBegin(), RiMotionBegin(2, 0.0, 1.0), RiWorldEnd(); },
+         "RiWorldEnd called at inappropriate level", 9},
+    };
+    for (const Case& c : cases) {
+        reset_interface_state();
+        capture.clear();
+        c.calls();
+        ASSERT_GE(capture.count(), 1u) << c.text;
+        EXPECT_EQ(capture.errors()[0].code, 24);
+        EXPECT_EQ(capture.errors()[0].severity, 3);
+        EXPECT_EQ(capture.errors()[0].message, c.text);
+        EXPECT_EQ(block_level, c.level_after) << c.text;
+    }
+}
+
+TEST_F(BlockStructure, SecondBeginReplacesTheRenderer) {
+    RiBegin(RI_NULL);
+    Renderer* first = renderer;
+    RiBegin(RI_NULL);
+    EXPECT_NE(renderer, first);
+}
+
+TEST_F(BlockStructure, FrameOptionsAreUndoneAtFrameEnd) {
+    RiBegin(RI_NULL);
+    RiFormat(320, 240, 1.0f);
+    RiFrameBegin(1);
+    RiFormat(100, 50, 1.0f);
+    RiFrameEnd();
+    EXPECT_EQ(renderer->xres, 320);
+    EXPECT_EQ(renderer->yres, 240);
+    // The frame number was stored before the record was pushed.
+    EXPECT_EQ(renderer->frame_number, 1);
+    RiFrameBegin(2);
+    EXPECT_EQ(renderer->xres, 320);
+    RiFrameEnd();
+    EXPECT_EQ(goption_stack, nullptr);
+}
+
+TEST_F(BlockStructure, NullHiderWorldOpensNoLevelAndEndClosesTheFrames) {
+    RiBegin(RI_NULL);
+    RiFrameBegin(1);
+    RiHider("NULL", RI_NULL);
+    RiTranslate(1, 2, 3);
+    Transformation* before = curxform;
+    RiWorldBegin();
+    EXPECT_EQ(attribute_stack_depth(), 1);
+    EXPECT_EQ(curxform, before);           // no reset to the identity
+    EXPECT_EQ(renderer->camera, nullptr);  // no camera set-up
+    RiWorldEnd();
+    EXPECT_EQ(attribute_stack_depth(), 0);
+    EXPECT_EQ(capture.count(), 0u);
+    RiFrameEnd();
+    EXPECT_TRUE(only_report(24, 2, "Attribute stack underflow"));
+}
