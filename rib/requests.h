@@ -4,6 +4,7 @@
 #define TRACERY_RIB_REQUESTS_H
 
 #include <cstdint>
+#include <cstdio>
 
 #include "ri/ri.h"
 
@@ -20,6 +21,8 @@ struct REACTION {
 };
 
 constexpr int RIB_HASH_SLOTS = 1013;
+// Deepest nesting of ReadArchive; a deeper one is reported and skipped.
+constexpr int RIB_ARCHIVE_DEPTH_MAX = 64;
 
 extern REACTION reactions[];
 extern REACTION RIB_hash_table[RIB_HASH_SLOTS];
@@ -38,13 +41,21 @@ void make_RIB_hash_table();
 REACTION* match_identifier(const char* keyword);
 
 int ParseRIB(const char* filename, const char* searchpath, int echo, int complain);
+// Reads an already open stream (left open) under the given name.
+int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo);
+// The search path of the ParseRIB call under way (null outside one).
+const char* RIBparse_searchpath();
 void RIBparse_dispatch(const char* keyword);
+// Readers of the requests with argument codes 255 (no parse function) and 15.
+void RIBparse_special_request(const char* keyword, REACTION* row);
+void RIBparse_texture_request(const char* keyword, REACTION* row);
 void structural_hint(const char* word, const char* searchpath);
 void accept_version(float version);
 RtFilterFunc RIBparse_filter_function(const char* name);
 char* strlwr(char* s);
 
-// Frees the light and object tables (at program exit).
+// Frees the light and object tables and the reader's buffers (at program
+// exit); reading may start again afterwards.
 void release_rib_tables();
 
 #endif  // TRACERY_RIB_REQUESTS_H

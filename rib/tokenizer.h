@@ -21,9 +21,16 @@ enum RibToken {
 // tokens are cut to RIB_TOKEN_MAX - 1 bytes and reported as a syntax error.
 constexpr int RIB_TOKEN_MAX = 1024;
 
+// Most elements a vector reader keeps (a longer list is reported and fails),
+// and the largest parser scratch buffer that RIBparse_check_scratchsize makes.
+constexpr int RIB_VECTOR_MAX = 1 << 24;
+constexpr int RIB_SCRATCH_MAX = 1 << 30;
+
 // The whole reader state of one stream; saved and restored around archives.
 struct RibStreamState {
     FILE* stream;
+    int descriptor;         // file descriptor read directly, or -1 to read through stdio
+    int owns_stream;        // the stream was opened here and is closed with it
     unsigned char* buffer;  // read buffer of the stream (owned)
     int buffer_pos;
     int buffer_len;
@@ -41,6 +48,9 @@ extern int RIB_echo;
 extern unsigned char* RIBparse_scratch;
 extern int RIBparse_scratch_size;
 
+// Reads f (or opens name when f is null). A stream with a file descriptor is
+// read straight from the descriptor, so that piped input is seen as soon as it
+// arrives; it must not hold data already buffered by stdio.
 int RIBparse_open_stream(FILE* f, const char* name);
 void RIBparse_close_stream();
 // Moves the current reader state out into *saved (leaving no stream open) and
@@ -60,6 +70,8 @@ void RIBparse_skip_line();
 
 int RIBparse_read_number(char* text);
 int RIBparse_quoted_string(char* text);
+// Sized readers: exactly n elements, at least one even for n < 1 (so out
+// must hold max(n, 1) elements). Unsized readers: as many as are given.
 int RIBparse_ivector(int n, int** buf, int* cap);
 int RIBparse_fvector(int n, float** buf, int* cap);
 int RIBparse_fvector(int n, float* out);
@@ -71,7 +83,12 @@ int RIBparse_unsized_fvector(int* n, float* out, int max_count);
 // One value or a bracketed list into out (at most out_size bytes); returns the
 // number of bytes stored, or -1 after a report.
 int RIBparse_value_list(char* out, int out_size);
-void RIBparse_check_scratchsize(int needed);
+// Grows the scratch buffer to twice needed when needed is not below its size;
+// returns -1 (after a report) when needed exceeds RIB_SCRATCH_MAX or memory
+// runs out, and the buffer is then left as it was.
+int RIBparse_check_scratchsize(int needed);
+// Frees the scratch buffer (its size is 0 again).
+void RIBparse_release_scratch();
 
 // Number conversions as the C library's atof and atoi read a token's text.
 float rib_atof(const char* text);
