@@ -20,9 +20,34 @@ int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]);
 // none), or -1 after a report.
 int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int counts[]);
 // 0 when the list may be used, 1 when a vector is too short.
-int RIBparse_check_primvars(int n, RtToken tokens[], RtPointer values[], int counts[],
-                            int nvertex, int nvarying, int nuniform);
+int RIBparse_check_primvars(int n, RtToken tokens[], RtPointer values[], int counts[], int nvertex,
+                            int nvarying, int nuniform);
 void RIB_parse_geometry(const char* keyword, REACTION* row);
 void RIBparse_react_complex_geom(const char* keyword, REACTION* row);
+
+// One primitive call as the geometry reader is about to make it, after its
+// list has passed the checks. Unused fields are zero.
+struct RibGeometryCall {
+    const char* keyword;
+    const char* type;  // Patch and PatchMesh: the patch type
+    // Sizes the list was checked against.
+    long long nvertex, nvarying, nuniform;
+    // Leading counts: Polygon nverts; GeneralPolygon nloops; PointsPolygons
+    // and PointsGeneralPolygons npolys; PatchMesh nu, nv; NuPatch nu, uorder,
+    // nv, vorder; TrimCurve nloops.
+    int ints[4];
+    // Positional floats: the quadrics' arguments, Hyperboloid's point1,
+    // point2 and thetamax, Torus's five, NuPatch's umin, umax, vmin, vmax.
+    float floats[7];
+    int n;
+    RtToken* tokens;
+    RtPointer* values;
+    const int* counts;  // floats read for each pair
+};
+
+// Test seam: when set, each accepted primitive call is handed to this
+// function instead of the interface procedure.
+typedef void (*RibGeometryHook)(const RibGeometryCall& call);
+extern RibGeometryHook rib_geometry_hook;
 
 #endif  // TRACERY_RIB_PARAMETERS_H

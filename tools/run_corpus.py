@@ -1,0 +1,78 @@
+#!/usr/bin/env python3
+"""Runs tracery on every file of the shared RIB corpus and fails on a crash.
+
+Usage: run_corpus.py BINARY [CORPUS_DIR]
+
+Each file is run as `BINARY -nowait FILE` from the file's own folder (archive
+names in the corpus are relative to it), with standard input empty, no X
+display and a time limit. The run fails, naming the file, when the program
+is killed by a signal, runs out of time, or a sanitizer reports on standard
+error. The exit status of the program is not judged: bad input is reported
+and the program goes on. Without a corpus (../shared/corpus/files from the
+repository root) the run is skipped with a message.
+"""
+import os
+import subprocess
+import sys
+
+TIMEOUT_SECONDS = 20
+SANITIZER_MARKS = (b"AddressSanitizer", b"runtime error:", b"LeakSanitizer")
+REPO_ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+DEFAULT_CORPUS = os.path.normpath(os.path.join(REPO_ROOT, "..", "shared", "corpus", "files"))
+
+
+def corpus_files(corpus):
+    for folder, _, names in sorted(os.walk(corpus)):
+        for name in sorted(names):
+            yield os.path.join(folder, name)
+
+
+def environment():
+    env = {k: v for k, v in os.environ.items() if k != "DISPLAY"}
+    env["HOME"] = "/nonexistent"  # no start-up file
+    env["LC_ALL"] = "C"
+    return env
+
+
+def run_one(binary, path, env):
+    """Returns None when the run is acceptable, else the reason."""
+    try:
+        result = subprocess.run([binary, "-nowait", os.path.basename(path)],
+                                cwd=os.path.dirname(path), stdin=subprocess.DEVNULL,
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                env=env, timeout=TIMEOUT_SECONDS)
+    except subprocess.TimeoutExpired:
+        return "no result within %d s" % TIMEOUT_SECONDS
+    for mark in SANITIZER_MARKS:
+        if mark in result.stderr:
+            lines = [l for l in result.stderr.splitlines() if mark in l]
+            return "sanitizer report: " + lines[0].decode(errors="replace")
+    if result.returncode < 0:
+        return "killed by signal %d" % -result.returncode
+    return None
+
+
+def main(argv):
+    if len(argv) not in (2, 3):
+        print(__doc__.strip(), file=sys.stderr)
+        return 2
+    binary = os.path.abspath(argv[1])
+    corpus = os.path.abspath(argv[2]) if len(argv) == 3 else DEFAULT_CORPUS
+    if not os.path.isdir(corpus):
+        print("corpus not found at %s: skipped" % corpus)
+        return 0
+    env = environment()
+    failures = []
+    count = 0
+    for path in corpus_files(corpus):
+        count += 1
+        reason = run_one(binary, path, env)
+        if reason:
+            failures.append((os.path.relpath(path, corpus), reason))
+            print("FAIL %s: %s" % (os.path.relpath(path, corpus), reason), flush=True)
+    print("%d corpus files, %d failed" % (count, len(failures)))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
