@@ -370,8 +370,14 @@ void RIBparse_special_request(const char* keyword, REACTION*) {
     run_reader(special_readers, keyword);
 }
 
+// The texture-making procedures are called with an empty parameter list; a
+// list given in the file is still read (and checked), so that a conforming
+// request leaves no stray tokens behind.
 void RIBparse_texture_request(const char* keyword, REACTION*) {
     run_reader(texture_readers, keyword);
+    RtToken tokens[RIB_PARAM_MAX];
+    RtPointer values[RIB_PARAM_MAX];
+    RIBparse_parameter_list(tokens, values);
 }
 
 // Structure comments are accepted and have no effect; Include and
