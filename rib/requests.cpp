@@ -9,6 +9,7 @@
 #include "rib/parameters.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
+#include "support/hashtable.h"
 
 int drawing_on = 1;
 int echo_requests = 0;
@@ -316,17 +317,9 @@ void read_requests(const char* searchpath) {
 
 // ---- Keyword hash ----
 
+// The keyword hash is the ELF hash, the same as the symbol table's.
 uint32_t rib_keyword_hash(const char* keyword) {
-    uint32_t h = 0;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(keyword); *p; ++p) {
-        h = (h << 4) + *p;
-        uint32_t g = h & 0xF0000000u;
-        if (g != 0) {
-            h ^= g >> 24;
-            h ^= g;
-        }
-    }
-    return h;
+    return pjw_hash(keyword);
 }
 
 void make_RIB_hash_table() {
