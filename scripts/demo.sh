@@ -3,6 +3,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DTRACERY_TESTS=OFF >/dev/null
-cmake --build build --target tracery -j"$(nproc)"
-./build/tracery "$@" examples/still_life.rib
+cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DTRACERY_TESTS=OFF >/dev/null
+cmake --build build-release --target tracery -j"$(nproc)"
+./build-release/tracery "$@" examples/still_life.rib

@@ -20,6 +20,6 @@ run_suite() {
 }
 
 echo "== normal build"
-run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRACERY_TESTS=ON -DTRACERY_SANITIZE=OFF
 echo "== sanitizer build (AddressSanitizer, UndefinedBehaviorSanitizer)"
-run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DTRACERY_SANITIZE=ON
+run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DTRACERY_TESTS=ON -DTRACERY_SANITIZE=ON
