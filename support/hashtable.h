@@ -10,7 +10,7 @@
 uint32_t pjw_hash(const char* name);
 
 class HashTableEntry {
-public:
+  public:
     explicit HashTableEntry(const char* name);
     virtual ~HashTableEntry();
 
@@ -22,7 +22,7 @@ public:
 };
 
 class HashTable {
-public:
+  public:
     explicit HashTable(int size);
     virtual ~HashTable();
     HashTable(const HashTable&) = delete;
@@ -43,7 +43,7 @@ public:
     unsigned int size;
     int scope;
     int level;
-    int flag;
+    int flag;  // set to 1 at construction and read by nothing: a spare marker
     int lookups;
     int found;
     int misses;

@@ -13,12 +13,20 @@ namespace {
 
 TEST(Declarations, InterningReturnsOneCopy) {
     std::string name = "decltest_token";
+    int token_bytes = token_table_totalmem;
     RtToken token = NewToken(name.c_str());
     EXPECT_NE(token, name.c_str());
     EXPECT_EQ(NewToken("decltest_token"), token);
+    EXPECT_EQ(token_table_totalmem,
+              token_bytes + static_cast<int>(name.size() + 1 + sizeof(HashTableEntry)));
     EXPECT_EQ(RiDeclare("decltest_token", ""), token);
     EXPECT_EQ(declaration_list.lookup("decltest_token"), nullptr);
     EXPECT_EQ(RiDeclare(nullptr, "float"), nullptr);
+
+    int declaration_bytes = declaration_list_totalmem;
+    RiDeclare("decltest_token", "float");
+    RiDeclare("decltest_token", "varying float");  // same record, new class
+    EXPECT_EQ(declaration_list_totalmem, declaration_bytes + static_cast<int>(sizeof(Declaration)));
 }
 
 TEST(Declarations, GrammarQuirksAndSizes) {

@@ -81,6 +81,33 @@ TEST(HashTable, ReleaseAndPopscopeKeepTheRestInOrder) {
     EXPECT_EQ(table.buckets[0], nullptr);
 }
 
+// Entries tagged with other scopes or levels stay, in their order, and only
+// the matching ones are deleted (or, for popscope without destroy, unlinked).
+TEST(HashTable, RemovalTouchesOnlyTheMatchingTag) {
+    destroyed = 0;
+    HashTable table(1);
+    CountedEntry* entries[4];
+    const char* names[4] = {"w", "x", "y", "z"};
+    for (int i = 0; i < 4; ++i) {
+        table.scope = i % 2;  // w, y: scope 0; x, z: scope 1
+        table.level = i / 2;  // w, x: level 0; y, z: level 1
+        entries[i] = new CountedEntry(names[i]);
+        table.insert(entries[i], 0);
+    }
+    table.release(1);  // deletes x and z
+    EXPECT_EQ(destroyed, 2);
+    EXPECT_EQ(table.scope, 0);
+    EXPECT_EQ(table.buckets[0], entries[2]);
+    EXPECT_EQ(entries[2]->next, entries[0]);
+    EXPECT_EQ(entries[0]->next, nullptr);
+
+    table.popscope(0, 1);  // current level 1: deletes y
+    EXPECT_EQ(destroyed, 3);
+    EXPECT_EQ(table.level, 0);
+    EXPECT_EQ(table.buckets[0], entries[0]);
+    EXPECT_EQ(table.find("w"), entries[0]);
+}
+
 TEST(HashTable, PrintstatsFormat) {
     HashTable table(4);
     table.insert(new HashTableEntry("a"), 0);  // 97 % 4 = 1

@@ -8,6 +8,7 @@
 #include "math/matrix.h"
 #include "math/matrix4.h"
 #include "math/transform.h"
+#include "math/vector.h"
 
 namespace {
 
@@ -110,6 +111,41 @@ TEST(MathMatrix, VectorTimesMatrixModes) {
     EXPECT_EQ(other[0], 2.0f);  // as a direction
 }
 
+TEST(MathVector, ProductsBlendsAndMixes) {
+    const float a[3] = {1, 2, 3}, b[3] = {4, 5, 6};
+    float r[3];
+    vblend(a, b, 2, r);  // a scaled product, not an interpolation
+    EXPECT_EQ(r[2], 36.0f);
+    float sum[3] = {1, 1, 1};
+    vbladd(a, b, 0.5f, sum);
+    EXPECT_EQ(sum[1], 6.0f);
+    vsadd(a, 2, b, r);
+    EXPECT_EQ(r[0], 9.0f);
+    vmix(a, b, 0.25f, r);
+    EXPECT_EQ(r[0], 1.75f);
+    vmix(a, b, 1.5f, r);  // t is clamped to [0, 1]
+    EXPECT_EQ(r[0], 4.0f);
+    vmix(a, b, -1.0f, r);
+    EXPECT_EQ(r[0], 1.0f);
+    EXPECT_FLOAT_EQ(vdist(a, b), std::sqrt(27.0f));
+
+    float x[3] = {1, 0, 0};
+    const float y[3] = {0, 1, 0};
+    vcross(x, y, x);  // the result may overwrite an input
+    EXPECT_EQ(x[0], 0.0f);
+    EXPECT_EQ(x[2], 1.0f);
+}
+
+TEST(MathVector, BilinearInterpolationWeighsTheFourCorners) {
+    // Corner b lies at u = 1, v = 0 and corner c at u = 0, v = 1; n counts floats.
+    const float a[4] = {0, 0, 0, 8}, b[4] = {1, 1, 1, 8}, c[4] = {2, 2, 2, 8}, d[4] = {3, 3, 3, 8};
+    float r[5] = {0, 0, 0, 0, -1};
+    bilinterp_v(a, b, c, d, 0.25f, 0.5f, 4, r);
+    EXPECT_FLOAT_EQ(r[0], 1.25f);
+    EXPECT_FLOAT_EQ(r[3], 8.0f);
+    EXPECT_EQ(r[4], -1.0f);
+}
+
 namespace {
 
 // A record built by hand around matrices it owns.
@@ -143,6 +179,39 @@ TEST_F(RecordTest, NullRecordOrMatrixIsTheIdentity) {
     EXPECT_EQ(out[1], 2.0f);
     EXPECT_EQ(transform_measure(2.5f, nullptr), 2.5f);
     EXPECT_EQ(inverse_transform_measure(2.5f, &rec), 2.5f);
+}
+
+// A shear with a translation, so that the matrix, its inverse, the normal
+// matrix and the transpose all move (1, 2, 0) differently.
+TEST_F(RecordTest, EachTransformReadsItsOwnMatrixPair) {
+    float m[4][4];
+    xform(m, 1, 5, 0, 0);
+    m[0][1] = 1;  // y' = x + y
+    set_first(m);
+    float normal[4][4], transposed[4][4];
+    matrix_transpose(normal, inv0);
+    matrix_transpose(transposed, mat0);
+    rec.normal0 = normal;
+    rec.transpose0 = transposed;
+
+    const float in[3] = {1, 2, 0};
+    const struct {
+        void (*apply)(const float*, const Transformation*, float*);
+        float x, y;
+    } cases[] = {
+        {transform_p, 6, 3},         {inverse_transform_p, -4, 6}, {transform_v, 1, 3},
+        {inverse_transform_v, 1, 1}, {transform_n, -1, 2},         {inverse_transform_n, 3, 2},
+    };
+    for (const auto& c : cases) {
+        float out[3];
+        c.apply(in, &rec, out);
+        EXPECT_FLOAT_EQ(out[0], c.x) << c.x << "," << c.y;
+        EXPECT_FLOAT_EQ(out[1], c.y) << c.x << "," << c.y;
+        EXPECT_EQ(out[2], 0.0f);
+    }
+    float n[3] = {1, 2, 0};
+    inverse_transform_n_inplace(n, &rec);
+    EXPECT_FLOAT_EQ(n[0], 3.0f);
 }
 
 TEST_F(RecordTest, MeasureUsesTheAverageScale) {

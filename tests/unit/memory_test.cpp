@@ -119,6 +119,42 @@ TEST(MemoryMatrices, ExhaustionReportsAndStillGivesWritableStorage) {
     free_myallocs(2);
 }
 
+// Allocates until the pool, held to the chunks it has, reports exhaustion;
+// returns what the reporting allocation handed out.
+template <typename Allocate>
+void* allocate_until_exhausted(TaggedPool& pool, ScopedErrorCapture& capture, Allocate allocate) {
+    int cap = pool.chunk_cap();
+    pool.set_chunk_cap(pool.chunk_count());
+    void* last = nullptr;
+    int limit = (pool.chunk_count() + 1) * CHUNK;
+    for (int i = 0; i < limit && capture.count() == 0; ++i) last = allocate();
+    pool.set_chunk_cap(cap);
+    return last;
+}
+
+TEST(MemoryPools, RecordAndParameterPoolsReportTheirOwnExhaustion) {
+    ScopedErrorCapture capture;
+    ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME);
+
+    auto* record = static_cast<Transformation*>(allocate_until_exhausted(
+        transformation_pool(), capture, [] { return alloc_TRANSFORMATION(nullptr); }));
+    ASSERT_EQ(capture.count(), 1u);
+    EXPECT_EQ(capture.errors()[0].code, 1);
+    EXPECT_EQ(capture.errors()[0].severity, 3);
+    EXPECT_EQ(capture.errors()[0].message, "out of memory for TRANSFORMATION");
+    EXPECT_EQ(record->matrix0, nullptr);
+    record->flags = XFORM_MOVING;  // writable
+
+    capture.clear();
+    void* block = allocate_until_exhausted(param_pool(), capture, [] { return alloc_param(16); });
+    ASSERT_EQ(capture.count(), 1u);
+    EXPECT_EQ(capture.errors()[0].severity, 3);
+    EXPECT_EQ(capture.errors()[0].message, "out of memory for shader params");
+    std::memset(block, 0, 16);
+    myfree(block);  // handed out untracked: the sweep does not know it
+    free_myallocs(2);
+}
+
 TEST(MemoryTransformations, CopyDuplicatesEachPresentPair) {
     ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME);
     Transformation* zero = alloc_TRANSFORMATION(nullptr);

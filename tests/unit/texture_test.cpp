@@ -18,6 +18,9 @@ TEST(TextureRequests, ArrayFormsAreSilent) {
     RiMakeTextureV("a.tif", "a.tx", "periodic", "clamp", nullptr, 1, 1, 25, tokens, values);
     RiMakeCubeFaceEnvironmentV("px", "nx", "py", "ny", "pz", "nz", "c.env", 95, nullptr, 1, 1, 25,
                                tokens, values);
+    RiMakeBumpV("b.tif", "b.tx", "black", "black", nullptr, 2, 2, 25, tokens, values);
+    RiMakeLatLongEnvironmentV("l.tif", "l.env", nullptr, 1, 1, 25, tokens, values);
+    RiMakeShadowV("z.zfile", "z.shad", 25, tokens, values);
     RiArchiveRecordV("comment", "hello", 0, tokens, values);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(capture.count(), 0u);
