@@ -91,6 +91,17 @@ const char* string_value(RtPointer value) {
     return *static_cast<const char* const*>(value);
 }
 
+// A string key's value is read as a pointer, which only a value typed as a
+// string holds. The reader types each value by the current declaration of
+// its token, so a token redeclared as, say, an integer brings a number that
+// must not be followed. Reports such a value; true when it may be read.
+bool holds_string(const char* family, const char* key) {
+    const Declaration* decl = declaration_list.lookup(key);
+    if (decl != nullptr && decl->type == DECL_STRING) return true;
+    QuillError(RIE_CONSISTENCY, RIE_ERROR, "%s option \"%s\" needs a string value", family, key);
+    return false;
+}
+
 // ---- RiOptionV families; each returns false for a key it does not know ----
 
 bool radiosity_option(GOptions* o, const char* key, RtPointer value) {
@@ -198,6 +209,7 @@ bool searchpath_option(GOptions* o, const char* key, RtPointer value) {
     } else if (same(key, "shader")) {
         path = &o->shader_path;
     } else if (same(key, "resource") || same(key, "serverresource")) {
+        if (!holds_string("searchpath", key)) return true;
         // Through RiOptionV with local arrays rather than the variadic
         // RiOption, which would overwrite the _V_names/_V_params arrays a
         // variadic caller may still be walking. Same effect.
@@ -211,6 +223,7 @@ bool searchpath_option(GOptions* o, const char* key, RtPointer value) {
     } else {
         return false;
     }
+    if (!holds_string("searchpath", key)) return true;
     const char* text = string_value(value);
     if (text != nullptr) *path = build_search_path(text, *path);
     return true;
@@ -218,6 +231,7 @@ bool searchpath_option(GOptions* o, const char* key, RtPointer value) {
 
 bool runtime_option(GOptions* o, const char* key, RtPointer value) {
     if (!same(key, "verbosity")) return false;
+    if (!holds_string("runtime", key)) return true;
     const char* word = string_value(value);
     if (same(word, "silent")) {
         o->verbosity = 0;
@@ -287,6 +301,15 @@ OptionFamily option_family(const char* name) {
 bool is_silent_family(const char* name) {
     return same(name, "parallel") || same(name, "texture") || same(name, "motion") ||
            same(name, "statistics");
+}
+
+// One quantization quadruple (the colour or the depth one).
+void set_quantize(float& one_field, float& min_field, float& max_field, float& dither_field,
+                  int one, int min, int max, float ampl) {
+    one_field = static_cast<float>(one);
+    min_field = static_cast<float>(min);
+    max_field = static_cast<float>(max);
+    dither_field = ampl;
 }
 
 // ---- RiDisplayV ----
@@ -603,11 +626,12 @@ RtVoid RiProjection(RtToken name, ...) {
 }
 
 RtVoid RiProjectionV(RtToken name, RtInt n, RtToken tokens[], RtPointer params[]) {
+    // Inside a motion block only the first sample counts; a later one is
+    // ignored entirely, before the level check.
+    if (motion_guard()) return;
     if ((block_level & 7) > 3) {
         RMError(RIE_NOTOPTIONS, RIE_WARNING, "RiProjection called at bad level");
     }
-    // Inside a motion block only the first sample counts.
-    if (motion_guard()) return;
     GOptions* o = options();
     if (o == nullptr) return;
     if (same(name, "orthographic")) {
@@ -688,20 +712,15 @@ RtVoid RiExposure(RtFloat gain, RtFloat gamma) {
 RtVoid RiQuantize(RtToken type, RtInt one, RtInt min, RtInt max, RtFloat ampl) {
     GOptions* o = checked_options();
     if (o == nullptr) return;
-    float* quad;
     if (same(type, "rgba")) {
-        quad = &o->color_one;
+        set_quantize(o->color_one, o->color_min, o->color_max, o->color_dither, one, min, max,
+                     ampl);
     } else if (same(type, "z")) {
-        quad = &o->depth_one;
+        set_quantize(o->depth_one, o->depth_min, o->depth_max, o->depth_dither, one, min, max,
+                     ampl);
     } else {
         QuillError(RIE_BADTOKEN, RIE_WARNING, "RiQuantize given bad type \"%s\"", printable(type));
-        return;
     }
-    // one, min, max, dither lie side by side in the record.
-    quad[0] = static_cast<float>(one);
-    quad[1] = static_cast<float>(min);
-    quad[2] = static_cast<float>(max);
-    quad[3] = ampl;
 }
 
 RtVoid RiDisplay(RtToken name, RtToken type, RtToken mode, ...) {

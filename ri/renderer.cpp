@@ -10,7 +10,9 @@
 #include "support/declarations.h"
 #include "support/memory.h"
 
-Renderer::Renderer() : gstate(nullptr), reserved{0, 0, 0, 0} {
+// The option record is value-initialised first: default_values keeps the
+// link field, which must not be read before it holds a value.
+Renderer::Renderer() : GOptions(), gstate(nullptr), reserved{0, 0, 0, 0} {
     default_values();
     gstate = new GState(nullptr);
     DeclareStandardIdentifiers();

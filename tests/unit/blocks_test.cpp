@@ -2,6 +2,10 @@
 // and restoring options, and the null hider.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <new>
+
+#include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "ri/transforms.h"
@@ -61,6 +65,18 @@ TEST_F(BlockStructure, MisuseIsReportedAndCarriedOut) {
         EXPECT_EQ(capture.errors()[0].message, c.text);
         EXPECT_EQ(block_level, c.level_after) << c.text;
     }
+}
+
+// The renderer's option record starts clean, whatever its memory held: the
+// link of the option stack is null, not left over.
+TEST_F(BlockStructure, NewRendererStartsWithANullOptionLink) {
+    alignas(X11VectorPreviewer) unsigned char storage[sizeof(X11VectorPreviewer)];
+    std::memset(storage, 0xab, sizeof storage);
+    block_level = BLOCK_GLOBAL;
+    auto* fresh = new (storage) X11VectorPreviewer();
+    EXPECT_EQ(fresh->next, nullptr);
+    EXPECT_EQ(fresh->xres, 640);
+    fresh->~X11VectorPreviewer();
 }
 
 TEST_F(BlockStructure, SecondBeginReplacesTheRenderer) {

@@ -174,6 +174,76 @@ TEST_F(Options, DisplayParametersAndLongName) {
     EXPECT_EQ(std::string(o().display_name), long_name.substr(0, 255));
 }
 
+TEST_F(Options, QuantizeProjectionAndHiderRules) {
+    RiQuantize("rgba", 1023, 1, 1000, 0.25f);
+    RiQuantize("z", 7, 2, 3, 0.75f);
+    EXPECT_FLOAT_EQ(o().color_one, 1023);
+    EXPECT_FLOAT_EQ(o().color_min, 1);
+    EXPECT_FLOAT_EQ(o().color_max, 1000);
+    EXPECT_FLOAT_EQ(o().color_dither, 0.25f);
+    EXPECT_FLOAT_EQ(o().depth_one, 7);
+    EXPECT_FLOAT_EQ(o().depth_max, 3);
+    EXPECT_FLOAT_EQ(o().depth_dither, 0.75f);
+    EXPECT_EQ(capture.count(), 0u);
+    RiQuantize("alpha", 1, 2, 3, 4);
+    EXPECT_TRUE(only_report(41, 1, "RiQuantize given bad type \"alpha\""));
+    EXPECT_FLOAT_EQ(o().color_one, 1023);
+
+    capture.clear();
+    float fov = 30;
+    RiProjection("perspective", "fov", &fov, "near", &fov, RI_NULL);
+    EXPECT_TRUE(only_report(41, 2, "RiProjection: Invalid parameter for \"perspective\""));
+    EXPECT_FLOAT_EQ(o().fov, 30);
+    capture.clear();
+    RiProjection("fisheye", RI_NULL);
+    EXPECT_TRUE(only_report(41, 2, "RiProjection: Invalid projection \"fisheye\""));
+    EXPECT_EQ(o().projection, 0);
+
+    // Only the first sample of a moving projection counts; the second is
+    // ignored before the level check, so the world warns once.
+    capture.clear();
+    RiWorldBegin();
+    RiMotionBegin(2, 0.0, 1.0);
+    RiProjection("orthographic", RI_NULL);
+    RiProjection("perspective", RI_NULL);
+    RiMotionEnd();
+    RiWorldEnd();
+    EXPECT_TRUE(only_report(25, 1, "RiProjection called at bad level"));
+    EXPECT_EQ(o().projection, 1);
+
+    capture.clear();
+    RiHider("paint", RI_NULL);
+    EXPECT_TRUE(only_report(12, 1, "Painter's algorithm for hidden surface not supported"));
+    EXPECT_EQ(o().hider, HIDER_PAINT);
+    capture.clear();
+    RiColorSamples(0, nullptr, nullptr);
+    EXPECT_TRUE(only_report(12, 1, "ColorSamples not currently implemented"));
+}
+
+// A string key whose token was redeclared brings a number, not a string:
+// it is refused instead of being followed as a pointer.
+TEST_F(Options, StringKeysRedeclaredAsNumbersAreRefused) {
+    string_option("searchpath", "shader", "/s");
+    RiDeclare("shader", "integer");
+    RiDeclare("resource", "integer");
+    RiDeclare("verbosity", "float");
+    capture.clear();
+    int_option("searchpath", "shader", 5);
+    int_option("searchpath", "resource", 7);
+    int_option("runtime", "verbosity", 9);
+    ASSERT_EQ(capture.count(), 3u);
+    EXPECT_EQ(capture.errors()[0].code, 43);
+    EXPECT_EQ(capture.errors()[0].severity, 2);
+    EXPECT_EQ(capture.errors()[0].message, "searchpath option \"shader\" needs a string value");
+    EXPECT_EQ(capture.errors()[2].message, "runtime option \"verbosity\" needs a string value");
+    EXPECT_STREQ(o().shader_path, "/s");
+    EXPECT_EQ(o().texture_path, nullptr);
+    EXPECT_EQ(o().verbosity, 1);
+    RiDeclare("shader", "string");
+    RiDeclare("resource", "string");
+    RiDeclare("verbosity", "string");
+}
+
 TEST_F(Options, BucketSizeAndSampleLimits) {
     int_pair_option("limits", "bucketsize", 20, 40);
     EXPECT_EQ(o().bucket_xsize, 64);
