@@ -25,7 +25,7 @@ int detail_for(float relative_detail) {
 
 }  // namespace
 
-X11VectorPreviewer::X11VectorPreviewer() : display(nullptr), display_name(nullptr) {}
+X11VectorPreviewer::X11VectorPreviewer() : display(nullptr), x_display_name(nullptr) {}
 
 // No display is opened yet, so there is nothing to close or wait for.
 X11VectorPreviewer::~X11VectorPreviewer() = default;

@@ -15,7 +15,9 @@ public:
     void set_color(const float rgb[3]) override;
 
     void* display;  // the X11 Display*, null until a window is opened
-    const char* display_name;
+    // The X display to open (null: the DISPLAY environment variable). Named
+    // apart from the option record's display_name, the output file name.
+    const char* x_display_name;
 };
 
 // Lattice density of the tessellators: trunc(4 * relative detail) in 1..32.
