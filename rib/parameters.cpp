@@ -211,13 +211,17 @@ int read_number_value(int count, bool as_int, ListPacker& pack, PackedPair* pair
 }
 
 // One string, bare or alone in brackets, stored as a pointer slot followed
-// by its text.
+// by its text. The token is read here rather than pushed back for the string
+// reader: an empty string cannot be pushed back (an empty slot means none).
 int read_string_value(ListPacker& pack, PackedPair* pair) {
     char text[RIB_TOKEN_MAX];
-    const int code = read_RIB_token(text);
+    int code = read_RIB_token(text);
     const bool bracketed = code == '[';
-    if (!bracketed) RIBparse_return_token(text, code);
-    if (RIBparse_quoted_string(text) != 0) return -1;
+    if (bracketed) code = read_RIB_token(text);
+    if (code != TOKEN_STRING) {
+        rib_syntax_error("Quoted string expected");
+        return -1;
+    }
     if (bracketed) {
         char close[RIB_TOKEN_MAX];
         if (read_RIB_token(close) != ']') {

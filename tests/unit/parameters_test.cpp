@@ -104,8 +104,8 @@ class ParametersTest : public InterfaceStateTest {
 TEST_F(ParametersTest, TypedListReadsEachValueByItsDeclaration) {
     open(
         "\"Kd\" 0.5 \"from\" [1 2 3] \"texturename\" [\"wood.tx\"] \"origin\" [1.6 -2.5] "
-        "\"shader\" \"s\" Sphere\n");
-    ASSERT_EQ(RIBparse_parameter_list(tokens, values), 5);
+        "\"shader\" \"s\" \"texturename\" \"\" \"Kd\" [2] Sphere\n");
+    ASSERT_EQ(RIBparse_parameter_list(tokens, values), 7);
     EXPECT_STREQ(tokens[0], "Kd");
     EXPECT_EQ(as_floats(values[0])[0], 0.5f);
     EXPECT_EQ(as_floats(values[1])[2], 3.0f);
@@ -113,8 +113,12 @@ TEST_F(ParametersTest, TypedListReadsEachValueByItsDeclaration) {
     EXPECT_EQ(static_cast<int*>(values[3])[0], 2);
     EXPECT_EQ(static_cast<int*>(values[3])[1], -3);
     EXPECT_STREQ(*static_cast<char**>(values[4]), "s");
-    EXPECT_EQ(tokens[5], nullptr);
-    EXPECT_EQ(values[5], nullptr);
+    // An empty string is a value like any other.
+    EXPECT_STREQ(*static_cast<char**>(values[5]), "");
+    EXPECT_STREQ(tokens[6], "Kd");
+    EXPECT_EQ(as_floats(values[6])[0], 2.0f);
+    EXPECT_EQ(tokens[7], nullptr);
+    EXPECT_EQ(values[7], nullptr);
     EXPECT_EQ(next_token(), "Sphere");
     EXPECT_EQ(capture.count(), 0u);
 }
@@ -236,6 +240,32 @@ TEST_F(ParametersTest, PatchMeshSizesFollowBasisStepAndWrap) {
         EXPECT_EQ(recorded()[0].nuniform, c.nuniform) << c.request;
     }
     EXPECT_EQ(capture.count(), 0u);
+}
+
+TEST_F(ParametersTest, PatchAndNuPatchSizes) {
+    run("Patch \"bicubic\" \"P\" " + floats(48) + "\nPatch \"bilinear\" \"P\" " + floats(12) +
+        "\nNuPatch 4 4 [0 0 0 0 1 1 1 1] 0 1 3 2 [0 0 1 2 2] 0.5 1 \"P\" " + floats(36) + "\n");
+    EXPECT_EQ(capture.count(), 0u);
+    ASSERT_EQ(recorded().size(), 3u);
+    EXPECT_EQ(recorded()[0].nvertex, 16);
+    EXPECT_EQ(recorded()[0].nvarying, 4);
+    EXPECT_EQ(recorded()[1].nvertex, 4);
+    const RecordedCall& nu = recorded()[2];
+    EXPECT_EQ(nu.ints, (std::vector<int>{4, 4, 3, 2}));
+    EXPECT_EQ(nu.nvertex, 12);
+    EXPECT_EQ(nu.nvarying, 2 * 3);
+    EXPECT_EQ(nu.nuniform, 1 * 2);
+    EXPECT_EQ(nu.floats[2], 0.5f);  // vmin
+}
+
+// Hyperboloid and Torus take their numbers as one list of any length.
+TEST_F(ParametersTest, HyperboloidAndTorusReadOneFloatList) {
+    run("Hyperboloid 1 0 0 0 1 1 270\nTorus 1 .25 0 360 180\nHyperboloid 1 2\n");
+    EXPECT_EQ(capture.count(), 0u);
+    ASSERT_EQ(recorded().size(), 3u);
+    EXPECT_EQ(recorded()[0].floats, (std::vector<float>{1, 0, 0, 0, 1, 1, 270}));
+    EXPECT_EQ(recorded()[1].floats, (std::vector<float>{1, .25f, 0, 360, 180, 0, 0}));
+    EXPECT_EQ(recorded()[2].floats, (std::vector<float>{1, 2, 0, 0, 0, 0, 0}));
 }
 
 TEST_F(ParametersTest, IndexedPolygonsTakeTheirSizesFromTheIndices) {

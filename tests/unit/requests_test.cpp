@@ -6,11 +6,14 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "driver/globals.h"
 #include "ri/attributes.h"
+#include "math/transformation.h"
 #include "ri/renderer.h"
+#include "ri/transforms.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "state_fixture.h"
@@ -77,6 +80,38 @@ TEST_F(RequestsTest, IntegerArgumentFailuresAddTheirOwnReport) {
     run("Sides \"two\"\nFormat 640 \"x\" 1\nMatte [1]\n");
     EXPECT_EQ(messages(), (Messages{"Number expected", "Integer expected after Sides",
                                     "Number expected", "Syntax error on Format"}));
+}
+
+// Each argument code hands its values over in order (bracketed single
+// numbers included).
+TEST_F(RequestsTest, ArgumentCodesPassTheirValuesInOrder) {
+    run("Format 640 [480] 1.5\nClipping 0.5 [20]\nDepthOfField 8 0.1 3\n"
+        "ScreenWindow -2 2 -1 1\n"
+        "Transform [1 0 0 0 0 2 0 0 0 0 3 0 5 6 7 1]\n");
+    EXPECT_EQ(capture.count(), 0u);
+    EXPECT_EQ(renderer->xres, 640);
+    EXPECT_EQ(renderer->yres, 480);
+    EXPECT_EQ(renderer->pixel_aspect, 1.5f);
+    EXPECT_EQ(renderer->near_clip, 0.5f);
+    EXPECT_EQ(renderer->far_clip, 20.0f);
+    EXPECT_EQ(renderer->focal_distance, 3.0f);
+    EXPECT_EQ(renderer->screen_left, -2.0f);
+    EXPECT_EQ(renderer->screen_top, 1.0f);
+    EXPECT_EQ(curxform->matrix0[1][1], 2.0f);
+    EXPECT_EQ(curxform->matrix0[3][0], 5.0f);  // row by row: translation in row 3
+}
+
+TEST_F(RequestsTest, ErrorHandlerNamesSelectTheStandardHandlers) {
+    run("ErrorHandler \"Abort\"\n");
+    EXPECT_TRUE(only_report(RIE_BADTOKEN, RIE_WARNING, "Invalid error handler name"));
+    EXPECT_EQ(RMError, capture_handler);
+    const std::pair<const char*, RtErrorHandler> handlers[] = {
+        {"ignore", RiErrorIgnore}, {"print", RiErrorPrint}, {"abort", RiErrorAbort}};
+    for (const auto& handler : handlers) {
+        run(std::string("ErrorHandler \"") + handler.first + "\"\n");
+        EXPECT_EQ(RMError, handler.second) << handler.first;
+    }
+    RiErrorHandler(capture_handler);
 }
 
 TEST_F(RequestsTest, FrameSelection) {
