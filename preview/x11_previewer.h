@@ -5,7 +5,7 @@
 #include "ri/renderer.h"
 
 class X11VectorPreviewer : public PreviewRenderer {
-public:
+  public:
     X11VectorPreviewer();
     ~X11VectorPreviewer() override;
     void worldbegin() override;

@@ -77,17 +77,17 @@ enum RiErrorSeverity { RIE_INFO = 0, RIE_WARNING = 1, RIE_ERROR = 2, RIE_SEVERE 
 // Standard tokens. Those that are declared at RiBegin point at interned
 // strings afterwards; the others are plain names compared by content.
 extern RtToken RI_INTENSITY, RI_LIGHTCOLOR, RI_FROM, RI_TO, RI_CONEANGLE, RI_CONEDELTAANGLE,
-    RI_BEAMDISTRIBUTION, RI_KA, RI_KD, RI_KS, RI_KR, RI_ROUGHNESS, RI_TEXTURENAME,
-    RI_SPECULARCOLOR, RI_MINDISTANCE, RI_MAXDISTANCE, RI_BACKGROUND, RI_DISTANCE, RI_AMPLITUDE,
-    RI_N, RI_NP, RI_P, RI_PZ, RI_PW, RI_CS, RI_OS, RI_S, RI_T, RI_ST, RI_FOV;
+    RI_BEAMDISTRIBUTION, RI_KA, RI_KD, RI_KS, RI_KR, RI_ROUGHNESS, RI_TEXTURENAME, RI_SPECULARCOLOR,
+    RI_MINDISTANCE, RI_MAXDISTANCE, RI_BACKGROUND, RI_DISTANCE, RI_AMPLITUDE, RI_N, RI_NP, RI_P,
+    RI_PZ, RI_PW, RI_CS, RI_OS, RI_S, RI_T, RI_ST, RI_FOV;
 extern RtToken _RI___NONDIFFUSE, _RI___NONSPECULAR;
 extern RtToken _RI_BOX, _RI_CATMULL_ROM, _RI_GAUSSIAN, _RI_TRIANGLE, _RI_SINC, _RI_FILTER,
     _RI_WIDTH, _RI_SWIDTH, _RI_TWIDTH, _RI_FILL, _RI_FIDELITY, _RI_SAMPLES, _RI_BLUR, _RI_SBLUR,
     _RI_TBLUR, _RI_BIAS, _RI_LERP;
 extern RtToken RI_BILINEAR, RI_BICUBIC, RI_PERIODIC, RI_NONPERIODIC, RI_WORLD, RI_PERSPECTIVE,
     RI_ORTHOGRAPHIC, RI_HIDDEN, RI_PAINT, RI_RGB, RI_RGBA, RI_RGBZ, RI_RGBAZ, RI_A, RI_Z, RI_AZ,
-    RI_FILE, RI_FRAMEBUFFER, RI_ORIGIN, RI_PRIMITIVE, RI_INTERSECTION, RI_UNION,
-    RI_DIFFERENCE, RI_INSIDE, RI_OUTSIDE, RI_LH, RI_RH, RI_CONSTANT, RI_SMOOTH, RI_FLATNESS;
+    RI_FILE, RI_FRAMEBUFFER, RI_ORIGIN, RI_PRIMITIVE, RI_INTERSECTION, RI_UNION, RI_DIFFERENCE,
+    RI_INSIDE, RI_OUTSIDE, RI_LH, RI_RH, RI_CONSTANT, RI_SMOOTH, RI_FLATNESS;
 
 // Standard basis matrices (the power basis is the identity).
 extern RtBasis RiBezierBasis, RiBSplineBasis, RiCatmullRomBasis, RiHermiteBasis, RiPowerBasis;
@@ -252,8 +252,8 @@ RtVoid RiParaboloidV(RtFloat rmax, RtFloat zmin, RtFloat zmax, RtFloat thetamax,
 RtVoid RiDisk(RtFloat height, RtFloat radius, RtFloat thetamax, ...);
 RtVoid RiDiskV(RtFloat height, RtFloat radius, RtFloat thetamax, RtInt n, RtToken tokens[],
                RtPointer params[]);
-RtVoid RiTorus(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax,
-               RtFloat thetamax, ...);
+RtVoid RiTorus(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax, RtFloat thetamax,
+               ...);
 RtVoid RiTorusV(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax,
                 RtFloat thetamax, RtInt n, RtToken tokens[], RtPointer params[]);
 RtVoid RiGeometry(RtToken type, ...);
@@ -278,10 +278,10 @@ RtVoid RiMakeLatLongEnvironmentV(const char* pic, const char* tex, RtFilterFunc 
 RtVoid RiMakeCubeFaceEnvironment(const char* px, const char* nx, const char* py, const char* ny,
                                  const char* pz, const char* nz, const char* tex, RtFloat fov,
                                  RtFilterFunc filterfunc, RtFloat swidth, RtFloat twidth, ...);
-RtVoid RiMakeCubeFaceEnvironmentV(const char* px, const char* nx, const char* py,
-                                  const char* ny, const char* pz, const char* nz, const char* tex,
-                                  RtFloat fov, RtFilterFunc filterfunc, RtFloat swidth,
-                                  RtFloat twidth, RtInt n, RtToken tokens[], RtPointer params[]);
+RtVoid RiMakeCubeFaceEnvironmentV(const char* px, const char* nx, const char* py, const char* ny,
+                                  const char* pz, const char* nz, const char* tex, RtFloat fov,
+                                  RtFilterFunc filterfunc, RtFloat swidth, RtFloat twidth, RtInt n,
+                                  RtToken tokens[], RtPointer params[]);
 RtVoid RiMakeShadow(const char* pic, const char* tex, ...);
 RtVoid RiMakeShadowV(const char* pic, const char* tex, RtInt n, RtToken tokens[],
                      RtPointer params[]);

@@ -27,7 +27,7 @@ inline void capture_handler(RtInt code, RtInt severity, const char* message) {
 }
 
 class ScopedErrorCapture {
-public:
+  public:
     ScopedErrorCapture() : saved_(RMError) {
         captured_errors().clear();
         RiErrorHandler(capture_handler);
@@ -37,7 +37,7 @@ public:
     size_t count() const { return captured_errors().size(); }
     void clear() { captured_errors().clear(); }
 
-private:
+  private:
     RtErrorHandler saved_;
 };
 
