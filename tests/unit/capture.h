@@ -36,6 +36,11 @@ class ScopedErrorCapture {
     const std::vector<CapturedError>& errors() const { return captured_errors(); }
     size_t count() const { return captured_errors().size(); }
     void clear() { captured_errors().clear(); }
+    std::vector<std::string> messages() const {
+        std::vector<std::string> out;
+        for (const CapturedError& e : captured_errors()) out.push_back(e.message);
+        return out;
+    }
 
   private:
     RtErrorHandler saved_;

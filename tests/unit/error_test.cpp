@@ -10,15 +10,12 @@ namespace {
 
 class ErrorPrintTest : public ::testing::Test {
   protected:
-    void SetUp() override {
+    void SetUp() override { at(nullptr, 0); }
+    void TearDown() override { at(nullptr, 0); }
+    static void at(const char* file, int line) {
         reset_error_state();
-        RIB_lineno = 0;
-        RIB_filename = nullptr;
-    }
-    void TearDown() override {
-        RIB_lineno = 0;
-        RIB_filename = nullptr;
-        reset_error_state();
+        RIB_filename = file;
+        RIB_lineno = line;
     }
     static std::string print(int code, int severity, const char* message) {
         testing::internal::CaptureStderr();
@@ -27,74 +24,54 @@ class ErrorPrintTest : public ::testing::Test {
     }
 };
 
-TEST_F(ErrorPrintTest, PrintsSeverityPositionTextAndMessage) {
-    RIB_filename = "scene.rib";
-    RIB_lineno = 12;
+TEST_F(ErrorPrintTest, Format) {
+    at("scene.rib", 12);
     EXPECT_EQ(print(RIE_BADTOKEN, RIE_ERROR, "bad"),
               "ERROR: scene.rib (12): Invalid token\n    --> bad\n");
     EXPECT_EQ(RiLastError, RIE_BADTOKEN);
-}
-
-TEST_F(ErrorPrintTest, OmitsPositionOutsideAFileAndArrowWithoutMessage) {
+    // No position outside a file, no arrow without a message, and a number
+    // for codes that have no text.
+    at(nullptr, 0);
     EXPECT_EQ(print(RIE_NOFILE, RIE_WARNING, nullptr), "WARNING: File not found\n");
     EXPECT_EQ(print(RIE_NESTING, RIE_INFO, nullptr), "INFO: Nesting error\n");
-}
-
-TEST_F(ErrorPrintTest, CodesWithoutTextPrintTheirNumber) {
     EXPECT_EQ(print(5, RIE_ERROR, nullptr), "ERROR: code 5\n");
     EXPECT_EQ(print(0, RIE_ERROR, "m"), "ERROR: code 0\n    --> m\n");
     EXPECT_EQ(print(48, RIE_ERROR, nullptr), "ERROR: code 48\n");
 }
 
-TEST_F(ErrorPrintTest, SameCodeOnSameLineIsPrintedOnce) {
-    RIB_filename = "a.rib";
-    RIB_lineno = 3;
+TEST_F(ErrorPrintTest, SameCodeOnSameLineIsPrintedOnceAndIgnoreRecordsTheCode) {
+    at("a.rib", 3);
     EXPECT_NE(print(RIE_SYNTAX, RIE_ERROR, "one"), "");
     EXPECT_EQ(print(RIE_SYNTAX, RIE_ERROR, "two"), "");
     EXPECT_NE(print(RIE_RANGE, RIE_ERROR, "other code"), "");
     RIB_lineno = 4;
     EXPECT_NE(print(RIE_RANGE, RIE_ERROR, "next line"), "");
-}
-
-TEST_F(ErrorPrintTest, SuppressionAppliesAtLineZeroToo) {
-    EXPECT_NE(print(RIE_NOFILE, RIE_ERROR, "x.rib"), "");
-    EXPECT_EQ(print(RIE_NOFILE, RIE_ERROR, "y.rib"), "");
-}
-
-TEST_F(ErrorPrintTest, InvalidTokenWithMessageIsNeverSuppressed) {
-    RIB_filename = "a.rib";
-    RIB_lineno = 7;
+    // An invalid token with a message is never suppressed.
     EXPECT_NE(print(RIE_BADTOKEN, RIE_WARNING, "first"), "");
     EXPECT_NE(print(RIE_BADTOKEN, RIE_WARNING, "second"), "");
     EXPECT_EQ(print(RIE_BADTOKEN, RIE_WARNING, nullptr), "");
-}
+    // Line zero (outside a file) suppresses too.
+    at(nullptr, 0);
+    EXPECT_NE(print(RIE_NOFILE, RIE_ERROR, "x.rib"), "");
+    EXPECT_EQ(print(RIE_NOFILE, RIE_ERROR, "y.rib"), "");
 
-TEST_F(ErrorPrintTest, IgnoreRecordsTheCodeAndPrintsNothing) {
+    // RiErrorIgnore prints nothing but records the code.
+    EXPECT_EQ(print(RIE_SYNTAX, RIE_ERROR, nullptr), "ERROR: Syntax error\n");  // no exit
     testing::internal::CaptureStderr();
     RiErrorIgnore(RIE_MATH, RIE_SEVERE, "ignored");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(RiLastError, RIE_MATH);
 }
 
-TEST(ErrorExitTest, SevereReportEndsTheProgramWithStatus255) {
+TEST(ErrorExitTest, SevereOrAbortedErrorEndsWithStatus255) {
     EXPECT_EXIT(RiErrorPrint(RIE_NESTING, RIE_SEVERE, "end"), testing::ExitedWithCode(255),
                 "SEVERE ERROR: Nesting error\n    --> end\n");
-}
-
-TEST(ErrorExitTest, AbortEndsOnErrorButNotOnWarning) {
     EXPECT_EXIT(RiErrorAbort(RIE_SYNTAX, RIE_ERROR, nullptr), testing::ExitedWithCode(255),
                 "ERROR: Syntax error");
     reset_error_state();
     testing::internal::CaptureStderr();
     RiErrorAbort(RIE_RANGE, RIE_WARNING, nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "WARNING: Parameter out of range\n");
-}
-
-TEST(ErrorExitTest, ErrorThroughPrintDoesNotEnd) {
-    reset_error_state();
-    testing::internal::CaptureStderr();
-    RiErrorPrint(RIE_SYNTAX, RIE_ERROR, nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR: Syntax error\n");
 }
 
 std::string last_message;
@@ -121,50 +98,28 @@ int call_v_to_array(int dummy, ...) {
     return n;
 }
 
-TEST(VariadicListTest, VToArraySplitsPairsUntilNull) {
+TEST(VariadicListTest, ConvertersBoundTheirLists) {
     int a = 1, b = 2;
     EXPECT_EQ(call_v_to_array(0, RI_NULL), 0);
     EXPECT_EQ(call_v_to_array(0, "P", &a, "Cs", &b, RI_NULL), 2);
     EXPECT_STREQ(_V_names[0], "P");
     EXPECT_EQ(_V_params[1], &b);
-}
-
-int call_with_101_pairs() {
-    int v = 0;
     const char* t = "t";
-#define TEN t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v, t, &v
-    return call_v_to_array(0, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, t, &v, RI_NULL);
+#define TEN t, &a, t, &a, t, &a, t, &a, t, &a, t, &a, t, &a, t, &a, t, &a, t, &a
+    EXPECT_EQ(call_v_to_array(0, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, TEN, t, &a, RI_NULL),
+              100);
 #undef TEN
-}
 
-TEST(VariadicListTest, VToArrayStopsAtOneHundredPairs) {
-    EXPECT_EQ(call_with_101_pairs(), 100);
-}
-
-TEST(VariadicListTest, ArrayToVInterleavesAndEndsWithNullPair) {
-    RtToken tokens[2] = {"P", "N"};
-    int x = 0, y = 0;
-    RtPointer values[2] = {&x, &y};
-    void** end = _array_to_v(0, tokens, values);
-    EXPECT_EQ(end, _array_to_v_list());
-    EXPECT_EQ(end[0], nullptr);
-    EXPECT_EQ(end[1], nullptr);
-
-    end = _array_to_v(2, tokens, values);
+    RtToken tokens[150];
+    RtPointer values[150];
+    for (int i = 0; i < 150; ++i) tokens[i] = "t", values[i] = i % 2 ? &b : &a;
+    void** end = _array_to_v(2, tokens, values);
     void** list = _array_to_v_list();
     EXPECT_EQ(end, list + 4);
     EXPECT_EQ(list[0], tokens[0]);
-    EXPECT_EQ(list[3], &y);
+    EXPECT_EQ(list[3], &b);
     EXPECT_EQ(end[0], nullptr);
-}
 
-TEST(VariadicListTest, ArrayToVKeepsAtMost99Pairs) {
-    RtToken tokens[150];
-    RtPointer values[150];
-    for (int i = 0; i < 150; ++i) {
-        tokens[i] = "t";
-        values[i] = nullptr;
-    }
     _V_names[0] = "kept";
     EXPECT_EQ(_array_to_v(150, tokens, values), _array_to_v_list() + 198);
     EXPECT_STREQ(_V_names[0], "kept");  // the interleaved list has room of its own

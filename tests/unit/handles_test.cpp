@@ -7,7 +7,7 @@ namespace {
 
 int values[20];
 
-TEST(HandleTable, GrowsFromEightToSixteenKeepingOrder) {
+TEST(HandleTable, GrowthOrderOverwriteAndClear) {
     HandleTable table;
     EXPECT_EQ(table.get(0), nullptr);  // no storage yet
     for (int i = 0; i < 8; ++i) table.set(100 - i, &values[i]);
@@ -21,20 +21,11 @@ TEST(HandleTable, GrowsFromEightToSixteenKeepingOrder) {
     }
     EXPECT_EQ(table.get(-7), &values[8]);
     EXPECT_EQ(table.get(0), nullptr);
-}
 
-TEST(HandleTable, SettingANumberAgainOverwritesInPlace) {
-    HandleTable table;
-    HandleEntry* first = table.set(0, &values[0]);
-    table.set(4, &values[1]);
-    EXPECT_EQ(table.set(0, &values[2]), first);
-    EXPECT_EQ(table.count, 2);
-    EXPECT_EQ(table.get(0), &values[2]);
-}
-
-TEST(HandleTable, EntryFilledAfterMakespaceIsFoundAndClearEmpties) {
-    HandleTable table;
-    table.set(1, &values[0]);
+    HandleEntry* first = table.set(100, &values[2]);  // a number set again: overwritten in place
+    EXPECT_EQ(first, &table.entries[0]);
+    EXPECT_EQ(table.count, 9);
+    EXPECT_EQ(table.get(100), &values[2]);
     HandleEntry* entry = table.makespace();
     entry->id = 42;
     entry->value = &values[1];

@@ -52,19 +52,18 @@ TEST(MemoryPool, GrowsAndSweepsByTag) {
     }
     pool.take(3);
     EXPECT_EQ(pool.chunk_count(), 3);
+
+    // A slot taken with tag 0 stays free; a forgetful pool restarts its
+    // search at the first chunk.
+    TaggedPool forgetful(8, "unused", false);
+    void* first = forgetful.take(0);
+    EXPECT_EQ(forgetful.take(1), first);
+    for (int i = 0; i < CHUNK; ++i) forgetful.take(3);
+    EXPECT_EQ(forgetful.chunk_count(), 2);
+    EXPECT_EQ(forgetful.current_chunk(), 0);
 }
 
-TEST(MemoryPool, TagZeroSlotStaysFreeAndForgetfulPoolRestarts) {
-    TaggedPool pool(8, "unused", false);
-    void* first = pool.take(0);
-    EXPECT_EQ(pool.take(0), first);
-    EXPECT_EQ(pool.take(1), first);
-    for (int i = 0; i < CHUNK; ++i) pool.take(3);
-    EXPECT_EQ(pool.chunk_count(), 2);
-    EXPECT_EQ(pool.current_chunk(), 0);
-}
-
-TEST(MemoryCounted, FreeingNullIsAnErrorThatDoesNotEndTheProgram) {
+TEST(MemoryCounted, CountedFreesAndParamBlocks) {
     reset_error_state();
     int freed = totalfreed;
     testing::internal::CaptureStderr();
@@ -74,21 +73,26 @@ TEST(MemoryCounted, FreeingNullIsAnErrorThatDoesNotEndTheProgram) {
               "    --> attempt by renderer to free NULL pointer\n");
     EXPECT_EQ(totalfreed, freed);
     reset_error_state();
+
+    // Parameter blocks are at least four bytes and are freed by the sweep.
+    ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME);
+    for (int size : {0, 1, -5}) {
+        std::memset(alloc_param(size), 0xab, 4);  // the sanitizer sees a short block
+    }
+    free_myallocs(2);
+    free_myallocs(2);
+    EXPECT_EQ(totalfreed, freed + 3);
 }
 
 TEST(MemoryMatrices, CopiesAndFrameSweepKeepsGlobalItems) {
     float m[4][4];
     for (int i = 0; i < 16; ++i) m[i / 4][i % 4] = static_cast<float>(i) + 0.5f;
-    float(*global)[4];
-    {
-        ScopedBlockLevel level(BLOCK_GLOBAL);
-        global = alloc_RtMatrix(m);
-    }
-    float(*in_world)[4];
-    {
-        ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME | BLOCK_WORLD);
-        in_world = alloc_RtMatrix(nullptr);
-    }
+    auto alloc_at = [](int level, const float(*from)[4]) {
+        ScopedBlockLevel scoped(level);
+        return alloc_RtMatrix(from);
+    };
+    float(*global)[4] = alloc_at(BLOCK_GLOBAL, m);
+    float(*in_world)[4] = alloc_at(BLOCK_GLOBAL | BLOCK_FRAME | BLOCK_WORLD, nullptr);
     EXPECT_NE(global, m);
     EXPECT_EQ(std::memcmp(global, m, sizeof m), 0);
     EXPECT_TRUE(is_identity(in_world));
@@ -98,25 +102,6 @@ TEST(MemoryMatrices, CopiesAndFrameSweepKeepsGlobalItems) {
     EXPECT_EQ(matrix_pool().tag_of(global), 1);
     EXPECT_EQ(matrix_pool().tag_of(in_world), 0);
     EXPECT_EQ(std::memcmp(global, m, sizeof m), 0);
-}
-
-TEST(MemoryMatrices, ExhaustionReportsAndStillGivesWritableStorage) {
-    ScopedErrorCapture capture;
-    ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME);
-    TaggedPool& pool = matrix_pool();
-    int cap = pool.chunk_cap();
-    pool.set_chunk_cap(pool.chunk_count());
-    float(*m)[4] = nullptr;
-    int limit = (pool.chunk_count() + 1) * CHUNK;
-    for (int i = 0; i < limit && capture.count() == 0; ++i) m = alloc_RtMatrix(nullptr);
-    pool.set_chunk_cap(cap);
-    ASSERT_EQ(capture.count(), 1u);
-    EXPECT_EQ(capture.errors()[0].code, 1);
-    EXPECT_EQ(capture.errors()[0].severity, 3);
-    EXPECT_EQ(capture.errors()[0].message, "out of memory for RtMatrix");
-    EXPECT_TRUE(is_identity(m));
-    m[3][0] = 2.0f;
-    free_myallocs(2);
 }
 
 // Allocates until the pool, held to the chunks it has, reports exhaustion;
@@ -132,24 +117,32 @@ void* allocate_until_exhausted(TaggedPool& pool, ScopedErrorCapture& capture, Al
     return last;
 }
 
-TEST(MemoryPools, RecordAndParameterPoolsReportTheirOwnExhaustion) {
+// Each pool names itself in its severe report, and the storage handed out
+// with the report is still usable when the handler lets the program go on.
+TEST(MemoryPools, ExhaustionReportsAndStillGivesWritableStorage) {
     ScopedErrorCapture capture;
     ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME);
+    auto expect_report = [&](const char* text) {
+        ASSERT_EQ(capture.count(), 1u) << text;
+        EXPECT_EQ(capture.errors()[0].code, 1);
+        EXPECT_EQ(capture.errors()[0].severity, 3);
+        EXPECT_EQ(capture.errors()[0].message, text);
+        capture.clear();
+    };
+    auto* m = static_cast<float(*)[4]>(
+        allocate_until_exhausted(matrix_pool(), capture, [] { return alloc_RtMatrix(nullptr); }));
+    expect_report("out of memory for RtMatrix");
+    EXPECT_TRUE(is_identity(m));
+    m[3][0] = 2.0f;
 
     auto* record = static_cast<Transformation*>(allocate_until_exhausted(
         transformation_pool(), capture, [] { return alloc_TRANSFORMATION(nullptr); }));
-    ASSERT_EQ(capture.count(), 1u);
-    EXPECT_EQ(capture.errors()[0].code, 1);
-    EXPECT_EQ(capture.errors()[0].severity, 3);
-    EXPECT_EQ(capture.errors()[0].message, "out of memory for TRANSFORMATION");
+    expect_report("out of memory for TRANSFORMATION");
     EXPECT_EQ(record->matrix0, nullptr);
-    record->flags = XFORM_MOVING;  // writable
+    record->flags = XFORM_MOVING;
 
-    capture.clear();
     void* block = allocate_until_exhausted(param_pool(), capture, [] { return alloc_param(16); });
-    ASSERT_EQ(capture.count(), 1u);
-    EXPECT_EQ(capture.errors()[0].severity, 3);
-    EXPECT_EQ(capture.errors()[0].message, "out of memory for shader params");
+    expect_report("out of memory for shader params");
     std::memset(block, 0, 16);
     myfree(block);  // handed out untracked: the sweep does not know it
     free_myallocs(2);
@@ -183,19 +176,6 @@ TEST(MemoryTransformations, CopyDuplicatesEachPresentPair) {
     EXPECT_EQ(copy->time1, 0.75f);
     EXPECT_EQ(copy->flags, XFORM_MOVING | XFORM_ROTATION);
     EXPECT_EQ(transformation_pool().tag_of(copy), 3);
-}
-
-TEST(MemoryParams, BlocksAreAtLeastFourBytesAndFreedBySweep) {
-    int freed = totalfreed;
-    {
-        ScopedBlockLevel level(BLOCK_GLOBAL | BLOCK_FRAME);
-        for (int size : {0, 1, -5}) {
-            std::memset(alloc_param(size), 0xab, 4);  // the sanitizer sees a short block
-        }
-    }
-    free_myallocs(2);
-    free_myallocs(2);
-    EXPECT_EQ(totalfreed, freed + 3);
 }
 
 // Releasing the chunks of the process-wide pools would pull them from under

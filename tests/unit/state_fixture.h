@@ -6,10 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 #include "capture.h"
 #include "ri/renderer.h"
+#include "rib/requests.h"
 
 class InterfaceStateTest : public ::testing::Test {
   protected:
@@ -32,7 +34,18 @@ class InterfaceStateTest : public ::testing::Test {
         return failure;
     }
 
+    // Reads text as a whole RIB stream; returns what went to standard error.
+    std::string run(const std::string& text) {
+        input_ = text;
+        FILE* f = fmemopen(&input_[0], input_.size(), "r");
+        testing::internal::CaptureStderr();
+        ParseRIB_stream(f, "test.rib", nullptr, 0);
+        fclose(f);
+        return testing::internal::GetCapturedStderr();
+    }
+
     ScopedErrorCapture capture;
+    std::string input_;
 };
 
 #endif  // TRACERY_TESTS_UNIT_STATE_FIXTURE_H
