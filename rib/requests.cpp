@@ -365,6 +365,18 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
+// Reads an open stream to its end (or past the last selected frame).
+int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
+    if (echo >= 2) fprintf(stderr, "[%s]\n", name);
+    if (RIBparse_open_stream(f, name) != 0) return -1;
+    const char* outer_searchpath = current_searchpath;
+    current_searchpath = searchpath;
+    if (end_frame >= -1) read_requests(searchpath);
+    current_searchpath = outer_searchpath;
+    RIBparse_close_stream();
+    return 0;
+}
+
 }  // namespace
 
 int ParseRIB(const char* filename, const char* searchpath, int echo, int complain) {
@@ -377,21 +389,14 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
             return -1;
         }
     }
-    int result = ParseRIB_stream(f, filename ? filename : "stdin", searchpath, echo);
+    int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
     if (filename) fclose(f);
     return result;
 }
 
 int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     prepare_reading(echo);
-    if (echo >= 2) fprintf(stderr, "[%s]\n", name);
-    if (RIBparse_open_stream(f, name) != 0) return -1;
-    const char* outer_searchpath = current_searchpath;
-    current_searchpath = searchpath;
-    if (end_frame >= -1) read_requests(searchpath);
-    current_searchpath = outer_searchpath;
-    RIBparse_close_stream();
-    return 0;
+    return read_stream(f, name, searchpath, echo);
 }
 
 const char* RIBparse_searchpath() {
