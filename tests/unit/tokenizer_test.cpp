@@ -323,6 +323,28 @@ TEST_F(TokenizerTest, ReadsAcrossBufferRefillsFromStdioAndDescriptors) {
     }
 }
 
+// Tokens are taken in place from the read buffer unless they reach its end:
+// every token kind is placed across the 64 KiB refill at every offset, and
+// must come out as it does away from the boundary, with the same line count
+// (the comment's newline uncounted).
+TEST_F(TokenizerTest, TokensAcrossTheRefillBoundaryMatchTokensInsideTheBuffer) {
+    const std::string tail =
+        "Sphere_2 -1.5e+3 \"quoted s\" # comment\n  [7] .5E-2\n\"open\n\"x\" -";
+    const Tokens expected("A1\" [1]1\"\"1", "Sphere_2|-1.5e+3|quoted s| |[|7|]|.5E-2|open|x|-");
+    const int chunk = 64 * 1024;
+    for (int shift = 1; shift < static_cast<int>(tail.size()); ++shift) {
+        feed(std::string(chunk - shift, '\n') + tail, true);
+        ASSERT_EQ(rest(), expected) << "shift " << shift;
+        ASSERT_EQ(RIB_lineno, chunk - shift + 2) << "shift " << shift;
+    }
+    EXPECT_EQ(errors_.count(), 0u);
+
+    std::vector<float> floats(3);
+    feed(std::string(chunk - 4, ' ') + "[1.25 -2e1 3]", true);
+    EXPECT_EQ(RIBparse_fvector(3, floats.data()), 0);
+    EXPECT_EQ(floats, (std::vector<float>{1.25f, -20.0f, 3.0f}));
+}
+
 // ---- Conversions ----
 
 TEST(RibNumberConversion, AtofAndAtoiMatchTheCLibraryAndSaturate) {
