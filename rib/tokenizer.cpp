@@ -29,7 +29,13 @@ int RIB_echo = 0;
 
 namespace {
 
+// Bytes asked of the stream per refill (a build may choose a small buffer to
+// test the refill paths).
+#ifdef TRACERY_READ_CHUNK
+constexpr int READ_CHUNK = TRACERY_READ_CHUNK;
+#else
 constexpr int READ_CHUNK = 64 * 1024;
+#endif
 constexpr int END_OF_INPUT = 255;
 
 // The reader state of the stream being read (all zero: no stream).
