@@ -314,6 +314,9 @@ int parse_int(const unsigned char* p, const unsigned char* end) {
     bool negative = p < end && *p == '-';
     if (p < end && (*p == '-' || *p == '+')) ++p;
     int64_t value = 0;
+    // Nine digits cannot pass the limit.
+    const unsigned char* unchecked = end - p > 9 ? p + 9 : end;
+    for (; p < unchecked && *p >= '0' && *p <= '9'; ++p) value = value * 10 + (*p - '0');
     const int64_t limit = negative ? -static_cast<int64_t>(INT_MIN) : INT_MAX;
     for (; p < end && *p >= '0' && *p <= '9'; ++p) {
         value = value * 10 + (*p - '0');

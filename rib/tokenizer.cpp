@@ -276,14 +276,20 @@ int read_string_bytes(RibTokenView* token) {
 // Each scanner returns the token's code, or 0 when the token reaches the end
 // of the buffer (nothing is consumed then, and the byte-wise reader takes it).
 
-int scan_identifier(RibTokenView* token) {
-    const unsigned char* start = lookahead_at();
-    const unsigned char* end = buffer_end();
+// The end of the identifier that starts at start, or null when it reaches
+// the end of the buffer.
+const unsigned char* identifier_end(const unsigned char* start, const unsigned char* end) {
     const unsigned char* p = start + 1;
     while (p < end && is_identifier_char(*p)) ++p;
-    if (p == end) return 0;
-    in_place(token, TOKEN_IDENTIFIER, start, p);
-    consume_to(p);
+    return p < end ? p : nullptr;
+}
+
+int scan_identifier(RibTokenView* token) {
+    const unsigned char* start = lookahead_at();
+    const unsigned char* stop = identifier_end(start, buffer_end());
+    if (!stop) return 0;
+    in_place(token, TOKEN_IDENTIFIER, start, stop);
+    consume_to(stop);
     return TOKEN_IDENTIFIER;
 }
 
@@ -292,9 +298,9 @@ const unsigned char* skip_digits(const unsigned char* p, const unsigned char* en
     return p;
 }
 
-int scan_number(RibTokenView* token) {
-    const unsigned char* start = lookahead_at();
-    const unsigned char* end = buffer_end();
+// The end of the number that starts at start, or null when it reaches the
+// end of the buffer.
+const unsigned char* number_end(const unsigned char* start, const unsigned char* end) {
     const unsigned char* p = start;
     if (*p == '-') ++p;
     p = skip_digits(p, end);
@@ -304,9 +310,15 @@ int scan_number(RibTokenView* token) {
         if (p < end && (*p == '-' || *p == '+')) ++p;
         p = skip_digits(p, end);
     }
-    if (p == end) return 0;
-    in_place(token, TOKEN_NUMBER, start, p);
-    consume_to(p);
+    return p < end ? p : nullptr;
+}
+
+int scan_number(RibTokenView* token) {
+    const unsigned char* start = lookahead_at();
+    const unsigned char* stop = number_end(start, buffer_end());
+    if (!stop) return 0;
+    in_place(token, TOKEN_NUMBER, start, stop);
+    consume_to(stop);
     return TOKEN_NUMBER;
 }
 
@@ -545,24 +557,60 @@ void RIBparse_skip_line() {
 
 // ---- Tokens ----
 
-int scan_RIB_token(RibTokenView* token) {
-    if (current.at_eof) {
-        token->code = TOKEN_EOF;
-        token->text = "";
-        token->length = 0;
-        return TOKEN_EOF;
+namespace {
+
+int end_of_input(RibTokenView* token) {
+    token->code = TOKEN_EOF;
+    token->text = "";
+    token->length = 0;
+    return TOKEN_EOF;
+}
+
+// The common case in one pass over the buffer: blanks, then a number or an
+// identifier that ends inside the buffer. Returns the token's code, or 0
+// after consuming only the blanks (the general steps then go on from there).
+int scan_blanks_and_word(RibTokenView* token) {
+    const unsigned char* p = lookahead_at();
+    const unsigned char* end = buffer_end();
+    for (; p < end && is_blank(*p); ++p) {
+        if (*p == '\n') count_newline();
     }
+    if (p < end) {
+        const int c = *p;
+        const unsigned char* stop = nullptr;
+        int code = 0;
+        if (is_digit(c) || c == '-' || c == '.') {
+            stop = number_end(p, end);
+            code = TOKEN_NUMBER;
+        } else if (is_letter(c)) {
+            stop = identifier_end(p, end);
+            code = TOKEN_IDENTIFIER;
+        }
+        if (stop) {
+            in_place(token, code, p, stop);
+            consume_to(stop);
+            return code;
+        }
+    }
+    if (p != lookahead_at()) consume_to(p);
+    return 0;
+}
+
+}  // namespace
+
+int scan_RIB_token(RibTokenView* token) {
+    if (current.at_eof) return end_of_input(token);
     if (current.pushback_text[0] != '\0') {
         memcpy(spill, current.pushback_text, strlen(current.pushback_text) + 1);
         current.pushback_text[0] = '\0';
         return spilled(token, current.pushback_code);
     }
-    if (!skip_white_space()) {
-        token->code = TOKEN_EOF;
-        token->text = "";
-        token->length = 0;
-        return TOKEN_EOF;
+    if (lookahead_in_buffer()) {
+        if (int code = scan_blanks_and_word(token)) return code;
+        // End of input met while skipping blanks.
+        if (current.at_eof) return end_of_input(token);
     }
+    if (!skip_white_space()) return end_of_input(token);
     if (current.lookahead == '#') {
         advance();
         if (current.lookahead == '#' && !current.at_eof) return single_character(token, '#');
