@@ -96,6 +96,10 @@ const char* error_code_text(int code) {
     }
 }
 
+void forget_reported_line() {
+    last_reported_line = -1;
+}
+
 void reset_error_state() {
     last_reported_line = -1;
     RiLastError = 0;

@@ -24,6 +24,10 @@ const char* error_code_text(int code);
 
 // Forgets the last-reported line and code, as at program start (for tests).
 void reset_error_state();
+// Makes the next report print even if it repeats the last one's code on the
+// same line: for reports about different files made outside any file (line
+// 0), which the same-line rule would otherwise merge into one.
+void forget_reported_line();
 
 // The token and value halves of the last variadic list taken apart.
 constexpr int V_LIST_MAX = 100;
