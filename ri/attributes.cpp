@@ -57,17 +57,7 @@ struct GStateBlock {
 std::vector<GStateBlock>& gstate_blocks = *new std::vector<GStateBlock>();
 size_t first_open_block = 0;  // every block below this one is full
 
-// Where a state came from, so that an attribute level can give back the copy
-// it made without searching the pool.
-struct StateSlot {
-    GState* state = nullptr;
-    size_t block = 0;
-    int index = 0;
-};
-StateSlot last_taken;
-
 void* take_state(GStateBlock& block, int index, unsigned char tag) {
-    last_taken = {&block.states[index], static_cast<size_t>(&block - gstate_blocks.data()), index};
     block.tags[index] = tag;
     if (tag != 0) {
         // A tag of 0 (a request before RiBegin) leaves the state free.
@@ -116,27 +106,6 @@ void* take_from_new_block(unsigned char tag) {
 GState* attribute_stack[ATTRIBUTE_STACK_MAX];
 int attribute_depth = 0;
 int attribute_overflow = 0;
-
-// The copy each open level made. Nothing keeps a pointer to a level's state
-// once the level is closed (the stack holds only the states of the open
-// levels, and the renderer the current one), so RiAttributeEnd gives the
-// copy back to the pool at once instead of leaving it until the frame ends:
-// a file with a million object or attribute blocks then needs one state per
-// open level, not one per block. Giving back is skipped when the slot no
-// longer holds that state as taken (a frame end in between, after a nesting
-// error, has already released it).
-StateSlot level_copy[ATTRIBUTE_STACK_MAX];
-
-void give_back(const StateSlot& slot) {
-    if (slot.state == nullptr || slot.block >= gstate_blocks.size()) return;
-    GStateBlock& block = gstate_blocks[slot.block];
-    if (&block.states[slot.index] != slot.state || block.tags[slot.index] == 0) return;
-    block.tags[slot.index] = 0;
-    ++block.free_count;
-    if (slot.index < block.lowest_free) block.lowest_free = slot.index;
-    if (slot.block < first_open_block) first_open_block = slot.block;
-    --GState::memstats[STAT_OUTSTANDING];
-}
 
 GState* current_gstate() {
     return renderer ? renderer->gstate : nullptr;
@@ -246,7 +215,6 @@ RtVoid RiAttributeBegin() {
         return;
     }
     GState* current = current_gstate();
-    level_copy[attribute_depth] = StateSlot{};
     attribute_stack[attribute_depth++] = current;
     if (current != nullptr) {
         // An exhausted pool leaves the current state in place.
@@ -254,7 +222,6 @@ RtVoid RiAttributeBegin() {
         if (copy != nullptr) {
             copy->flags &= ~GSTATE_SHARED;
             renderer->gstate = copy;
-            level_copy[attribute_depth - 1] = last_taken;
         }
     }
     RiTransformBegin();
@@ -271,10 +238,8 @@ RtVoid RiAttributeEnd() {
         return;
     }
     --attribute_depth;
-    GState* restored = attribute_stack[attribute_depth];
-    if (renderer != nullptr) renderer->gstate = restored;
-    if (level_copy[attribute_depth].state != restored) give_back(level_copy[attribute_depth]);
-    level_copy[attribute_depth] = StateSlot{};
+    // The copy made by RiAttributeBegin is abandoned to the pool.
+    if (renderer != nullptr) renderer->gstate = attribute_stack[attribute_depth];
     RiTransformEnd();
 }
 

@@ -171,27 +171,6 @@ TEST_F(Attributes, PoolTakesFirstFreeStateReleasesByTagAndGrows) {
     EXPECT_EQ(capture.count(), 0u);
 }
 
-// A closed level gives its copy back: a long run of blocks reuses one slot,
-// and a basis set inside a block does not leak out of it.
-TEST_F(Attributes, ClosedLevelsGiveTheirStatesBack) {
-    RiWorldBegin();
-    long outstanding = GState::memstats[2];
-    GState* first = nullptr;
-    for (int i = 0; i < 100000; ++i) {
-        RiObjectBegin();
-        if (first == nullptr) first = renderer->gstate;
-        ASSERT_EQ(renderer->gstate, first);
-        RiBasis(RiBSplineBasis, 1, RiBSplineBasis, 1);
-        RiObjectEnd();
-    }
-    EXPECT_EQ(GState::memstats[2], outstanding);
-    EXPECT_EQ(gstate_pool_blocks(), 1);
-    EXPECT_EQ(renderer->gstate->ubasis, RiBezierBasis);
-    EXPECT_EQ(renderer->gstate->ustep, 3);
-    RiWorldEnd();
-    EXPECT_EQ(capture.count(), 0u);
-}
-
 TEST_F(Attributes, PrintStatsReportsPeakInKilobytes) {
     GState::memstats[0] = 1000;  // requested
     GState::memstats[1] = 700;   // peak
