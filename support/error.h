@@ -19,6 +19,12 @@ extern const char* RIB_filename;
 void QuillError(int code, int severity, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
+// How RiErrorPrint and RiErrorAbort end the program after a report that
+// ends it: std::exit unless replaced. A harness that must survive such an
+// input (the fuzz targets) installs a function that notes the end and
+// returns; the handler then returns like one that lets the program go on.
+extern void (*error_exit)(int status);
+
 // The text RiErrorPrint shows for a code, or nullptr for a code without text.
 const char* error_code_text(int code);
 
