@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/input_files.h"
 #include "rib/parameters.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
@@ -391,11 +392,8 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
     prepare_reading(echo);
     FILE* f = stdin;
     if (filename) {
-        f = fopen(filename, "r");
-        if (!f) {
-            if (RMDEBUG >= 2 || (complain && echo)) RMError(RIE_NOFILE, RIE_ERROR, filename);
-            return -1;
-        }
+        f = open_rib_file(filename, RMDEBUG >= 2 || (complain && echo));
+        if (!f) return -1;
     }
     int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
     if (filename) fclose(f);
