@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "driver/globals.h"
-#include "rib/input_files.h"
 #include "rib/parameters.h"
+#include "rib/rib_files.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
