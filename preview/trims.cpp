@@ -12,6 +12,7 @@
 #include "preview/trims.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "preview/lattice.h"
@@ -63,8 +64,10 @@ bool curves_valid(const RtInt order[], const RtFloat knot[], const RtFloat min[]
                   const RtFloat max[], const RtInt n[], TrimSizes* sizes) {
     const float* curve_knots = knot;
     for (long long c = 0; c < sizes->curves; ++c) {
-        KnotDirection d = {n[c], order[c], curve_knots, min[c], max[c]};
-        if (!knot_direction_valid("TrimCurve: curve", d)) return false;
+        const KnotDirection d = {n[c], order[c], curve_knots, min[c], max[c]};
+        char what[48];
+        std::snprintf(what, sizeof what, "TrimCurve: curve %lld", c);
+        if (!knot_direction_valid(what, d)) return false;
         sizes->knots += static_cast<long long>(n[c]) + order[c];
         sizes->points += n[c];
         if ((sizes->knots + 3 * sizes->points) * 4 > TRIM_BYTES_MAX) {

@@ -340,7 +340,7 @@ TEST_F(SurfaceRequests, TrimCurveIsKeptWithTheAttributesOfItsScope) {
     float bad_knot[] = {0, 1, 0, 1};
     RiTrimCurve(1, ncurves, order, bad_knot, mn, mx, n, u, v, w);
     EXPECT_TRUE(only_report(RIE_CONSISTENCY, RIE_ERROR,
-                            "TrimCurve: curve knot 2 (0) is less than the one before (1)"));
+                            "TrimCurve: curve 0 knot 2 (0) is less than the one before (1)"));
     EXPECT_EQ(renderer->gstate->trim_loops, nullptr);
 }
 
