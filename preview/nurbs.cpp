@@ -42,11 +42,11 @@ bool knot_direction_valid(const char* what, const KnotDirection& d) {
         QuillError(RIE_MISSINGDATA, RIE_ERROR, "%s has no knots", what);
         return false;
     }
-    const int nknots = d.count + d.order;
-    for (int i = 0; i + 1 < nknots; ++i) {
+    const long long nknots = static_cast<long long>(d.count) + d.order;
+    for (long long i = 0; i + 1 < nknots; ++i) {
         if (!(d.knot[i] <= d.knot[i + 1])) {
             QuillError(RIE_CONSISTENCY, RIE_ERROR,
-                       "%s knot %d (%g) is less than the one before (%g)", what, i + 1,
+                       "%s knot %lld (%g) is less than the one before (%g)", what, i + 1,
                        d.knot[i + 1], d.knot[i]);
             return false;
         }

@@ -136,20 +136,22 @@ void fill_bicubic_patch(PatchPositions p, const float ubasis[4][4], const float 
     Geometry geo;
     load_geometry(p, ustep, vstep, &geo);
     const auto cells = static_cast<float>(n);
+    float a[GRID_POINTS][4];  // U x ubasis of each column
+    for (int i = 0; i <= n; ++i) {
+        const float u = i / cells;
+        const float urow[4] = {u * u * u, u * u, u, 1.0f};
+        row_times_matrix(urow, ubasis, a[i]);
+    }
     for (int j = 0; j <= n; ++j) {
         const float v = j / cells;
         const float vrow[4] = {v * v * v, v * v, v, 1.0f};
         float b[4];
         row_times_matrix(vrow, vbasis, b);
         for (int i = 0; i <= n; ++i) {
-            const float u = i / cells;
-            const float urow[4] = {u * u * u, u * u, u, 1.0f};
-            float a[4];
-            row_times_matrix(urow, ubasis, a);
             float* out = grid[j][i];
-            for (int k = 0; k < 3; ++k) out[k] = blend(geo.g[k], a, b);
+            for (int k = 0; k < 3; ++k) out[k] = blend(geo.g[k], a[i], b);
             if (geo.rational) {
-                const float inv_w = 1.0f / blend(geo.g[3], a, b);
+                const float inv_w = 1.0f / blend(geo.g[3], a[i], b);
                 for (int k = 0; k < 3; ++k) out[k] *= inv_w;
             }
         }
