@@ -105,12 +105,19 @@ void load_geometry(PatchPositions p, int ustep, int vstep, Geometry* geo) {
     }
 }
 
-float blend(const float g[4][4], const float a[4], const float b[4]) {
-    float sum = 0.0f;
-    for (int r = 0; r < 4; ++r) {
-        for (int c = 0; c < 4; ++c) sum += b[r] * g[r][c] * a[c];
+// Per coordinate k, row[k][c] = sum over r of b[r] x g[k][r][c]: the part of
+// the blend shared by every point of one lattice row.
+void blend_row(const Geometry& geo, const float b[4], int coordinates, float row[4][4]) {
+    for (int k = 0; k < coordinates; ++k) {
+        for (int c = 0; c < 4; ++c) {
+            row[k][c] = b[0] * geo.g[k][0][c] + b[1] * geo.g[k][1][c] + b[2] * geo.g[k][2][c] +
+                        b[3] * geo.g[k][3][c];
+        }
     }
-    return sum;
+}
+
+float dot4(const float x[4], const float y[4]) {
+    return x[0] * y[0] + x[1] * y[1] + x[2] * y[2] + x[3] * y[3];
 }
 
 }  // namespace
@@ -147,11 +154,13 @@ void fill_bicubic_patch(PatchPositions p, const float ubasis[4][4], const float 
         const float vrow[4] = {v * v * v, v * v, v, 1.0f};
         float b[4];
         row_times_matrix(vrow, vbasis, b);
+        float row[4][4];
+        blend_row(geo, b, geo.rational ? 4 : 3, row);
         for (int i = 0; i <= n; ++i) {
             float* out = grid[j][i];
-            for (int k = 0; k < 3; ++k) out[k] = blend(geo.g[k], a[i], b);
+            for (int k = 0; k < 3; ++k) out[k] = dot4(row[k], a[i]);
             if (geo.rational) {
-                const float inv_w = 1.0f / blend(geo.g[3], a[i], b);
+                const float inv_w = 1.0f / dot4(row[3], a[i]);
                 for (int k = 0; k < 3; ++k) out[k] *= inv_w;
             }
         }
