@@ -36,8 +36,10 @@ int position_floats(PositionKind kind) {
     }
 }
 
+// An inline declaration ("vertex hpoint Pw") names its parameter last.
 PositionKind position_kind(const char* token) {
     if (token == nullptr) return POSITION_NONE;
+    if (const char* space = std::strrchr(token, ' ')) token = space + 1;
     if (std::strcmp(token, "P") == 0) return POSITION_P;
     if (std::strcmp(token, "Pw") == 0) return POSITION_PW;
     if (std::strcmp(token, "Pz") == 0) return POSITION_PZ;

@@ -25,7 +25,8 @@ struct PatchPositions {
 
 // Floats per control point of a position kind (0 for none).
 int position_floats(PositionKind kind);
-// The kind a parameter name stands for ("P", "Pw", "Pz"), else none.
+// The kind a parameter name stands for ("P", "Pw", "Pz", also as the last
+// word of an inline declaration such as "vertex hpoint Pw"), else none.
 PositionKind position_kind(const char* token);
 
 // Writes the four corners of a bilinear patch into grid rows 0 and 1,

@@ -193,6 +193,13 @@ TEST(BicubicPatch, HeightFieldsArePlacedByTheirMeshIndex) {
     mesh_place = {0, 1, 0, 1};
 }
 
+TEST(BicubicPatch, PositionNamesIncludingInlineDeclarations) {
+    EXPECT_EQ(position_kind("P"), POSITION_P);
+    EXPECT_EQ(position_kind("vertex hpoint Pw"), POSITION_PW);
+    EXPECT_EQ(position_kind("Pz"), POSITION_PZ);
+    EXPECT_EQ(position_kind("vertex point Pref"), POSITION_NONE);
+}
+
 // ---- NURBS ----
 
 // The recursive definition of the basis function N(i, k) at t (order k).
