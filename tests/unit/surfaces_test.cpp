@@ -48,9 +48,11 @@ TEST(QuadricLattice, PartialAndDegenerateSpheres) {
         EXPECT_GE(grid[0][i][1], -1e-6f);
         EXPECT_NEAR(grid[0][i][2], 0.0f, 1e-6);
     }
-    // zmin beyond the radius: the first row is not a number (drawn invisible).
+    // zmin beyond the radius: its angle is not a number, nor is the step
+    // between parallels, so every point is (and is drawn invisible).
     fill_sphere(1.0f, -2.0f, 1.0f, 360.0f, 4);
     EXPECT_TRUE(std::isnan(grid[0][0][0]));
+    EXPECT_TRUE(std::isnan(grid[4][3][2]));
     // thetamax 0: every column on one meridian.
     fill_sphere(1.0f, -1.0f, 1.0f, 0.0f, 4);
     for (int i = 0; i <= 8; ++i) EXPECT_EQ(grid[2][i][1], 0.0f);
