@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "driver/globals.h"
+#include "preview/x11_previewer.h"
 #include "ri/renderer.h"
 #include "rib/parameters.h"
 #include "rib/requests.h"
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
     if (first == argc) return usage();
 
     wait_for_last_frame = 0;
+    x11_window_enabled = 0;  // reading is measured, not drawing
     if (!draw) rib_geometry_hook = skip_primitive;
     // The reader's own messages would only slow the reading down.
     if (std::freopen("/dev/null", "w", stderr) == nullptr) return 1;
