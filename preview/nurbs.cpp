@@ -124,12 +124,13 @@ int even_lattice(const KnotDirection& d, float* params, int* spans) {
 
 }  // namespace
 
-int parameter_lattice(const KnotDirection& d, float params[GRID_POINTS], int spans[GRID_POINTS]) {
+int parameter_lattice(const KnotDirection& d, float per_span, float params[GRID_POINTS],
+                      int spans[GRID_POINTS]) {
     SpanPiece pieces[GRID_CELLS_MAX];
     const int npieces = pieces_in_range(d, pieces, GRID_CELLS_MAX);
     if (npieces > GRID_CELLS_MAX || npieces < 1) return even_lattice(d, params, spans);
     const int per_piece =
-        std::max(1, std::min(cells_for_relative_detail(2.0f), GRID_CELLS_MAX / npieces));
+        std::max(1, std::min(cells_for_relative_detail(per_span), GRID_CELLS_MAX / npieces));
     int k = 0;
     for (int p = 0; p < npieces; ++p) {
         const SpanPiece& piece = pieces[p];
@@ -186,8 +187,8 @@ void surface_point(const NurbsSurface& s, float u, float v, float out[3]) {
 void fill_nurbs_lattice(const NurbsSurface& s, int* nu, int* nv) {
     float uparams[GRID_POINTS], vparams[GRID_POINTS];
     int uspans[GRID_POINTS], vspans[GRID_POINTS];
-    *nu = parameter_lattice(s.u, uparams, uspans);
-    *nv = parameter_lattice(s.v, vparams, vspans);
+    *nu = parameter_lattice(s.u, SURFACE_CELLS_PER_SPAN, uparams, uspans);
+    *nv = parameter_lattice(s.v, SURFACE_CELLS_PER_SPAN, vparams, vspans);
     static LineBasis columns[GRID_POINTS];
     for (int i = 0; i <= *nu; ++i) line_basis(s.u, uspans[i], uparams[i], &columns[i]);
     for (int j = 0; j <= *nv; ++j) {

@@ -38,10 +38,16 @@ void basis_values(const KnotDirection& d, int span, double t, double* values);
 // The parameters of a lattice over [min, max]: params[0..cells] (the first
 // min, the last max) and the span of each; returns cells, at most
 // GRID_CELLS_MAX. Each non-empty knot span inside [min, max] gets
-// trunc(2 x relative detail) cells (at least one), fewer when the total would
-// pass GRID_CELLS_MAX, and an even spread of GRID_CELLS_MAX cells over
-// [min, max] when there are more spans than that.
-int parameter_lattice(const KnotDirection& d, float params[GRID_POINTS], int spans[GRID_POINTS]);
+// trunc(per_span x relative detail) cells (at least one), fewer when the
+// total would pass GRID_CELLS_MAX, and an even spread of GRID_CELLS_MAX cells
+// over [min, max] when there are more spans than that.
+int parameter_lattice(const KnotDirection& d, float per_span, float params[GRID_POINTS],
+                      int spans[GRID_POINTS]);
+
+// Cells per knot span at relative detail 1: surfaces, and trim curves, which
+// are single polylines and can afford to be smoother.
+constexpr float SURFACE_CELLS_PER_SPAN = 2.0f;
+constexpr float TRIM_CELLS_PER_SPAN = 4.0f;
 
 // A NURBS surface: u and v directions and control points, u fastest, of
 // three ("P") or four ("Pw", homogeneous) floats.

@@ -4,9 +4,10 @@
 // cut the surface: it draws each trim curve as a polyline on it, which is
 // how modellers show trimming.
 //
-// A curve is sampled on the lattice rule of the NURBS surfaces (cells per
-// non-empty knot span following the relative detail, at most
-// GRID_CELLS_MAX cells a curve, ends at min and max) and each sample
+// A curve is sampled on the lattice rule of the NURBS surfaces, twice as
+// densely (4 cells per non-empty knot span at the default detail, following
+// the relative detail, at most GRID_CELLS_MAX cells a curve, ends at min and
+// max) and each sample
 // (u, v) = (u/w, v/w) is held to the patch's drawn range before the surface
 // point is taken there.
 #include "preview/trims.h"
@@ -166,7 +167,7 @@ void draw_trim_loops(const NurbsSurface& s) {
     int spans[GRID_POINTS];
     for (int c = 0; c < loops.ncurves_total; ++c) {
         const KnotDirection d = {loops.n[c], loops.order[c], knots, loops.min[c], loops.max[c]};
-        const int cells = parameter_lattice(d, params, spans);
+        const int cells = parameter_lattice(d, TRIM_CELLS_PER_SPAN, params, spans);
         for (int i = 0; i <= cells; ++i) {
             curve_point(d, cu, cv, cw, spans[i], params[i], s, grid[0][i]);
         }

@@ -228,8 +228,8 @@ TEST(NurbsSurface, CubicWithInteriorKnotsMatchesTheRecursiveDefinition) {
     fill_nurbs_lattice(s, &nu, &nv);
     float up[GRID_POINTS], vp[GRID_POINTS];
     int spans[GRID_POINTS];
-    ASSERT_EQ(parameter_lattice(s.u, up, spans), nu);
-    ASSERT_EQ(parameter_lattice(s.v, vp, spans), nv);
+    ASSERT_EQ(parameter_lattice(s.u, SURFACE_CELLS_PER_SPAN, up, spans), nu);
+    ASSERT_EQ(parameter_lattice(s.v, SURFACE_CELLS_PER_SPAN, vp, spans), nv);
     for (int j = 0; j <= nv; ++j)
         for (int i = 0; i <= nu; ++i) {
             // The recursive definition is zero at the top end; evaluate just below it.
@@ -270,7 +270,7 @@ TEST(NurbsLattice, TwoCellsPerSpanReachingBothEnds) {
     float params[GRID_POINTS];
     int spans[GRID_POINTS];
     KnotDirection d = {5, 2, knot.data(), 0.5f, 3.0f};
-    const int cells = parameter_lattice(d, params, spans);
+    const int cells = parameter_lattice(d, SURFACE_CELLS_PER_SPAN, params, spans);
     EXPECT_EQ(cells, 6);
     const float expect[7] = {0.5f, 0.75f, 1.0f, 1.5f, 2.0f, 2.5f, 3.0f};
     for (int k = 0; k <= cells; ++k) EXPECT_FLOAT_EQ(params[k], expect[k]);
@@ -283,11 +283,11 @@ TEST(NurbsLattice, ManySpansAreCappedAtTheGrid) {
     float params[GRID_POINTS];
     int spans[GRID_POINTS];
     KnotDirection d = {300, 2, knot.data(), 1.0f, 300.0f};
-    EXPECT_EQ(parameter_lattice(d, params, spans), GRID_CELLS_MAX);
+    EXPECT_EQ(parameter_lattice(d, SURFACE_CELLS_PER_SPAN, params, spans), GRID_CELLS_MAX);
     EXPECT_EQ(params[0], 1.0f);
     EXPECT_EQ(params[GRID_CELLS_MAX], 300.0f);
     d.min = 200.0f;  // 100 spans: one cell each
-    EXPECT_EQ(parameter_lattice(d, params, spans), 100);
+    EXPECT_EQ(parameter_lattice(d, SURFACE_CELLS_PER_SPAN, params, spans), 100);
 }
 
 class SurfaceRequests : public InterfaceStateTest {
