@@ -244,7 +244,13 @@ bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed,
         result.detail = detail;
         skip_blanks(text);
     }
+    // A "reference" parameter names the output it is connected to: its
+    // value is a string whatever the type.
+    static const Keyword reference[] = {{"reference", 1}};
+    const bool is_reference = take_word(text, reference, 1, false) == 1;
+    if (is_reference) skip_blanks(text);
     result.type = take_word(text, inline_types, ntypes, true);
+    if (is_reference && result.type >= 0) result.type = DECL_STRING;
     if (result.type < 0 || !take_array_length(text, &result.count) || !is_blank(*text)) {
         return false;
     }

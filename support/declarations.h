@@ -75,7 +75,8 @@ struct ParsedDeclaration {
 ParsedDeclaration parse_declaration(const char* text);
 // The same grammar as it reads the declaration in front of a parameter name
 // ("[class] type[[n]] name"): it also knows the words "int" and "bool"
-// (integers) and the classes "facevarying" and "facevertex", and wants each
+// (integers), the classes "facevarying" and "facevertex", and "reference"
+// before the type (a connection, read as a string), and wants each
 // word followed by blanks and a known type. On success *rest points at the
 // name that follows and true is returned.
 bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed, const char** rest);

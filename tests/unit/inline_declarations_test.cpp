@@ -40,6 +40,8 @@ TEST(InlineDeclarationGrammar, EveryTypeAndClassWithItsSize) {
         {"facevarying float[2] st", CLASS_FACEVARYING, DECL_FLOAT, 2, 8, "st"},
         {"facevertex normal  Nf", CLASS_FACEVERTEX, DECL_NORMAL, 1, 12, "Nf"},
         {"\tconstant\tcolor\tCemit1", CLASS_CONSTANT, DECL_COLOR, 1, 12, "Cemit1"},
+        {"reference color baseColor", CLASS_UNIFORM, DECL_STRING, 1, 4, "baseColor"},
+        {"uniform reference float[2] uv", CLASS_UNIFORM, DECL_STRING, 2, 8, "uv"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.written);
