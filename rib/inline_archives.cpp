@@ -3,18 +3,23 @@
 // ReadArchive replays a recorded archive through the reader, under the name
 // of the file it was recorded from and with that file's line numbers, before
 // it looks for a file of that name. Procedural "DelayedReadArchive" reads
-// its archive like ReadArchive inside an attribute block; "RunProgram" and
-// "DynamicLoad" are never run.
+// its archive like ReadArchive inside an attribute block, unless its bound
+// is out of sight; "RunProgram" and "DynamicLoad" are never run.
 #include "rib/inline_archives.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "math/transform.h"
 #include "ri/attributes.h"
+#include "ri/options.h"
+#include "ri/renderer.h"
+#include "ri/transforms.h"
 #include "rib/modern_requests.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
@@ -180,6 +185,43 @@ bool read_procedural_strings(std::vector<std::string>* strings) {
     return false;
 }
 
+// Whether the bound (xmin xmax ymin ymax zmin zmax, in object space) lies
+// wholly outside what the camera sees, so that its archive can be left
+// unread: its corners, taken to camera space as drawing takes points, all
+// lie beyond one side of the viewing volume (in front of the near or behind
+// the far plane, or past one of the four planes through the eye and the
+// screen's edges, widened by a pixel). The box is convex, so none of it
+// can be seen then. Outside the world nothing is culled.
+bool bound_off_screen(const float bound[6]) {
+    // A null camera or current transformation is the identity.
+    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0) return false;
+    const GOptions& o = *renderer;
+    const bool perspective = o.projection == 0;
+    const float half_width = std::fabs(xstep) * float(o.xres / 2 + 1);
+    const float half_height = std::fabs(ystep) * float(o.yres / 2 + 1);
+    const float near = std::max(o.near_clip, 0.1f);
+    // Bits of the sides a corner lies beyond; a side all corners share culls.
+    unsigned shared = ~0u;
+    for (int corner = 0; corner < 8; corner++) {
+        const float p[3] = {bound[corner & 1], bound[2 + ((corner >> 1) & 1)],
+                            bound[4 + ((corner >> 2) & 1)]};
+        float world[3], c[3];
+        transform_p(p, curxform, world);
+        transform_p(world, o.camera, c);
+        const float xlimit = perspective ? half_width * c[2] : half_width;
+        const float ylimit = perspective ? half_height * c[2] : half_height;
+        unsigned beyond = 0;
+        if (c[2] < near) beyond |= 1;
+        if (c[2] > o.far_clip) beyond |= 2;
+        if (c[0] > xlimit) beyond |= 4;
+        if (c[0] < -xlimit) beyond |= 8;
+        if (c[1] > ylimit) beyond |= 16;
+        if (c[1] < -ylimit) beyond |= 32;
+        shared &= beyond;
+    }
+    return shared != 0;
+}
+
 }  // namespace
 
 void read_procedural() {
@@ -196,6 +238,8 @@ void read_procedural() {
             rib_syntax_error("DelayedReadArchive needs an archive name");
             return;
         }
+        // Read only when some of its bound may be seen, as the delay allows.
+        if (bound_off_screen(bound)) return;
         RiAttributeBegin();
         RiReadArchiveV(arguments[0].c_str(), nullptr, 0, nullptr, nullptr);
         RiAttributeEnd();

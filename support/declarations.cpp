@@ -206,9 +206,9 @@ const Keyword inline_types[] = {
 int take_word(const char*& text, const Keyword* keywords, size_t n, bool array_allowed) {
     for (size_t i = 0; i < n; ++i) {
         size_t length = std::strlen(keywords[i].word);
-        const char next = text[length];
-        if (std::strncmp(text, keywords[i].word, length) == 0 &&
-            (is_blank(next) || (array_allowed && next == '['))) {
+        if (std::strncmp(text, keywords[i].word, length) != 0) continue;
+        const char next = text[length];  // inside the text: the word matched
+        if (is_blank(next) || (array_allowed && next == '[')) {
             text += length;
             return keywords[i].code;
         }
