@@ -969,6 +969,22 @@ int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
 
 // ---- untyped list ----
 
+namespace {
+
+// One pair's values of a primitive's list: floats, or strings when an
+// inline declaration says so (each string counts as one value). False after
+// a report that ends the list; a list grown too long goes on being read.
+bool read_primitive_value(ListPacker& pack, PackedPair* pair, int* count) {
+    if (pair->has_inline && pair->inline_declaration.type == DECL_STRING) {
+        return StringValue(pack, pair).read_unsized(count) > 0 || pack.too_long;
+    }
+    if (RIBparse_unsized_fvector(count, &staging.data, &staging.cap) != 0) return false;
+    pair->value = pack.add_floats(staging.data, *count);
+    return pair->value >= 0 || pack.too_long;
+}
+
+}  // namespace
+
 int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int counts[]) {
     ListState state;
     int vertices = 4;
@@ -987,24 +1003,8 @@ int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int cou
             staging.shrink();
             return -1;
         }
-        // Strings (known as such only by an inline declaration) are kept
-        // as strings and counted one value each.
         int count = 0;
-        if (pair.has_inline && pair.inline_declaration.type == DECL_STRING) {
-            const bool read = StringValue(state.pack, &pair).read_unsized(&count) > 0;
-            if (!read && !state.pack.too_long) {
-                staging.shrink();
-                return -1;
-            }
-            if (keep && !state.pack.too_long) {
-                pair_counts[state.n] = count;
-                state.pairs[state.n++] = pair;
-            } else {
-                state.pack.discard_since(mark);
-            }
-            continue;
-        }
-        if (RIBparse_unsized_fvector(&count, &staging.data, &staging.cap) != 0) {
+        if (!read_primitive_value(state.pack, &pair, &count)) {
             staging.shrink();
             return -1;
         }
@@ -1014,11 +1014,6 @@ int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int cou
             vertices = count;
         } else if (std::strcmp(name, "Pw") == 0) {
             vertices = count / 4;
-        }
-        pair.value = state.pack.add_floats(staging.data, count);
-        if (pair.value < 0 && !state.pack.too_long) {
-            staging.shrink();
-            return -1;
         }
         if (keep && !state.pack.too_long) {
             pair_counts[state.n] = count;
