@@ -21,9 +21,11 @@
 #include "ri/renderer.h"
 #include "ri/transforms.h"
 #include "rib/modern_requests.h"
+#include "rib/parameters.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
+#include "support/inline_declarations.h"
 
 namespace {
 
@@ -224,6 +226,23 @@ bool bound_off_screen(const float bound[6]) {
 
 }  // namespace
 
+namespace {
+
+// Reads the archive inside an attribute block, unless its bound is out of
+// sight (which the delay allows).
+void read_delayed_archive(const char* name, const float bound[6]) {
+    if (bound != nullptr && bound_off_screen(bound)) return;
+    RiAttributeBegin();
+    RiReadArchiveV(name, nullptr, 0, nullptr, nullptr);
+    RiAttributeEnd();
+}
+
+// Never run: a previewer does not start programs or load code named by a
+// scene file.
+void leave_program_unrun(const float*) {}
+
+}  // namespace
+
 void read_procedural() {
     char type[RIB_TOKEN_MAX];
     std::vector<std::string> arguments;
@@ -238,15 +257,43 @@ void read_procedural() {
             rib_syntax_error("DelayedReadArchive needs an archive name");
             return;
         }
-        // Read only when some of its bound may be seen, as the delay allows.
-        if (bound_off_screen(bound)) return;
-        RiAttributeBegin();
-        RiReadArchiveV(arguments[0].c_str(), nullptr, 0, nullptr, nullptr);
-        RiAttributeEnd();
+        read_delayed_archive(arguments[0].c_str(), bound);
     } else if (kind == "RunProgram" || kind == "DynamicLoad") {
-        // Never run: a previewer does not start programs or load code named
-        // by a scene file.
+        leave_program_unrun(bound);
     } else {
         QuillError(RIE_BADTOKEN, RIE_ERROR, "Unknown procedural \"%s\"", type);
     }
+}
+
+// Procedural2 names its generator and its bound type, and passes the rest
+// as a parameter list: "DelayedReadArchive2" reads the archive named by
+// "filename" (within "bound" when given); the others are programs, not run.
+void read_procedural2() {
+    char generator[RIB_TOKEN_MAX], bound_kind[RIB_TOKEN_MAX];
+    if (RIBparse_quoted_string(generator) != 0 || RIBparse_quoted_string(bound_kind) != 0) return;
+    RtToken tokens[RIB_PARAM_MAX];
+    RtPointer values[RIB_PARAM_MAX];
+    const int n = RIBparse_parameter_list(tokens, values);
+    if (n < 0 || std::strcmp(generator, "DelayedReadArchive2") != 0) return;
+    const char* filename = nullptr;
+    const float* bound = nullptr;
+    for (int i = 0; i < n; i++) {
+        const Declaration* decl = parameter_declaration(tokens[i]);
+        if (decl == nullptr) continue;
+        if (std::strcmp(tokens[i], "filename") == 0 && decl->type == DECL_STRING) {
+            filename = *static_cast<char* const*>(values[i]);
+        } else if (std::strcmp(tokens[i], "bound") == 0 && decl->type == DECL_FLOAT &&
+                   decl->count == 6) {
+            bound = static_cast<const float*>(values[i]);
+        }
+    }
+    if (filename == nullptr) {
+        rib_syntax_error("DelayedReadArchive2 needs a \"string filename\"");
+        return;
+    }
+    // The list lives in the scratch buffer, which the archive reuses.
+    const std::string name = filename;
+    float bound_copy[6];
+    if (bound != nullptr) std::memcpy(bound_copy, bound, sizeof bound_copy);
+    read_delayed_archive(name.c_str(), bound != nullptr ? bound_copy : nullptr);
 }

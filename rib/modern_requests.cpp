@@ -122,6 +122,7 @@ const NamedReader readers[] = {
     {"ArchiveBegin", read_archive_begin},
     {"ArchiveEnd", read_archive_end},
     {"Procedural", read_procedural},
+    {"Procedural2", read_procedural2},
     {"ScopedCoordinateSystem", read_scoped_coordinate_system},
     {"System", read_system},
 };

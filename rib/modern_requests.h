@@ -23,5 +23,6 @@ void read_if_end();
 void read_archive_begin();
 void read_archive_end();
 void read_procedural();
+void read_procedural2();
 
 #endif  // TRACERY_RIB_MODERN_REQUESTS_H

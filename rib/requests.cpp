@@ -141,6 +141,7 @@ REACTION reactions[] = {
     modern_request_row("ArchiveBegin"),
     modern_request_row("ArchiveEnd"),
     modern_request_row("Procedural"),
+    modern_request_row("Procedural2"),
     modern_request_row("ScopedCoordinateSystem"),
     modern_request_row("System"),
     modern_request_row("Resource"),

@@ -48,7 +48,7 @@ TEST(RequestTable, EveryKeywordIsFoundInItsOwnSlot) {
         EXPECT_EQ(slot, &RIB_hash_table[slot->slot]);
     }
     EXPECT_EQ(rows, 95);
-    EXPECT_EQ(newer_rows, 32);
+    EXPECT_EQ(newer_rows, 33);
     EXPECT_EQ(match_identifier("sphere"), nullptr);
     EXPECT_EQ(match_identifier("Spheres"), nullptr);
     EXPECT_EQ(match_identifier(""), nullptr);
