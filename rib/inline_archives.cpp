@@ -4,7 +4,8 @@
 // of the file it was recorded from and with that file's line numbers, before
 // it looks for a file of that name. Procedural "DelayedReadArchive" reads
 // its archive like ReadArchive inside an attribute block, unless its bound
-// is out of sight; "RunProgram" and "DynamicLoad" are never run.
+// is out of sight; "RunProgram" and "DynamicLoad" are never run: their
+// bound is drawn as a box.
 #include "rib/inline_archives.h"
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "math/transform.h"
+#include "preview/bound_box.h"
 #include "ri/attributes.h"
 #include "ri/options.h"
 #include "ri/renderer.h"
@@ -238,8 +240,10 @@ void read_delayed_archive(const char* name, const float bound[6]) {
 }
 
 // Never run: a previewer does not start programs or load code named by a
-// scene file.
-void leave_program_unrun(const float*) {}
+// scene file. Its bound is drawn instead, as a box.
+void leave_program_unrun(const float bound[6]) {
+    draw_bound_box(bound);
+}
 
 }  // namespace
 
@@ -274,7 +278,7 @@ void read_procedural2() {
     RtToken tokens[RIB_PARAM_MAX];
     RtPointer values[RIB_PARAM_MAX];
     const int n = RIBparse_parameter_list(tokens, values);
-    if (n < 0 || std::strcmp(generator, "DelayedReadArchive2") != 0) return;
+    if (n < 0) return;
     const char* filename = nullptr;
     const float* bound = nullptr;
     for (int i = 0; i < n; i++) {
@@ -286,6 +290,10 @@ void read_procedural2() {
                    decl->count == 6) {
             bound = static_cast<const float*>(values[i]);
         }
+    }
+    if (std::strcmp(generator, "DelayedReadArchive2") != 0) {
+        if (bound != nullptr) leave_program_unrun(bound);
+        return;
     }
     if (filename == nullptr) {
         rib_syntax_error("DelayedReadArchive2 needs a \"string filename\"");
