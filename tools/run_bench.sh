@@ -41,6 +41,10 @@ for s in "$half" "$scale"; do
     files="$files $data/mesh.rib $data/many.rib $data/patches.rib"
 done
 cd "$build"
+# The program draws each world block into its window, so it needs an X
+# server: a virtual one when there is no display.
+xvfb=""
+[ -n "${DISPLAY:-}" ] || xvfb="xvfb-run -a"
 # shellcheck disable=SC2086
-exec "$build/tracery_bench" -floor "$build/floor" -program "$build/tracery" "$@" \
+exec $xvfb "$build/tracery_bench" -floor "$build/floor" -program "$build/tracery" "$@" \
     $(for f in $files; do echo "${f#"$build"/}"; done)
