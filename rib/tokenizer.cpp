@@ -4,10 +4,7 @@
 // and the parser's scratch buffer.
 #include "rib/tokenizer.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdint>
@@ -15,6 +12,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/compressed_input.h"
 #include "support/error.h"
 #include "support/memory.h"
 
@@ -57,17 +55,11 @@ inline bool is_identifier_char(int c) {
 
 // ---- Reading characters ----
 
-// Fills the read buffer; returns the number of bytes read, 0 at end of input
-// (a read error counts as end of input).
+// Fills the read buffer with the stream's content (inflated when the stream
+// is gzip); returns the number of bytes read, 0 at end of input (a read error
+// or damaged compressed data, reported there, counts as end of input).
 int fill_buffer() {
-    if (current.descriptor >= 0) {
-        for (;;) {
-            ssize_t got = read(current.descriptor, current.buffer, READ_CHUNK);
-            if (got >= 0) return static_cast<int>(got);
-            if (errno != EINTR) return 0;
-        }
-    }
-    return static_cast<int>(fread(current.buffer, 1, READ_CHUNK, current.stream));
+    return compressed_read(current.input, current.buffer, READ_CHUNK);
 }
 
 // Refills the buffer and takes its first byte; at end of input sets the end
@@ -310,7 +302,9 @@ void skip_comment() {
 void release_state(RibStreamState& state) {
     if (state.buffer) myfree(state.buffer);
     if (state.name_copy) myfree(state.name_copy);
+    compressed_close(state.input);
     if (state.owns_stream && state.stream) fclose(state.stream);
+    state.input = nullptr;
     state.buffer = nullptr;
     state.name_copy = nullptr;
     state.stream = nullptr;
@@ -448,6 +442,7 @@ int RIBparse_open_stream(FILE* f, const char* name) {
     current.stream = f;
     current.owns_stream = opened_here;
     current.descriptor = fileno(f);
+    current.input = compressed_open(current.descriptor, f, name ? name : "stdin");
     current.buffer = static_cast<unsigned char*>(myalloc(READ_CHUNK));
     current.buffer_pos = current.buffer_len = 0;
     current.name_copy = copy_name(name ? name : "");
