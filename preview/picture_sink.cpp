@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "driver/globals.h"
 #include "support/error.h"
 
 namespace {
@@ -246,4 +247,15 @@ void PictureSink::close_document() {
         QuillError(RIE_SYSTEM, RIE_ERROR, "Could not write %s file %s: %s", kind_word(kind_),
                    t.name.c_str(), cairo_status_to_string(status));
     }
+}
+
+std::vector<std::unique_ptr<LineSink>> make_picture_sinks() {
+    std::vector<std::unique_ptr<LineSink>> sinks;
+    auto add = [&sinks](PictureKind kind, const char* name) {
+        if (name) sinks.push_back(std::make_unique<PictureSink>(kind, name, fg_color, bg_color));
+    };
+    add(PictureKind::PNG, png_filename);
+    add(PictureKind::SVG, svg_filename);
+    add(PictureKind::PDF, pdf_filename);
+    return sinks;
 }

@@ -4,7 +4,9 @@
 #ifndef TRACERY_PREVIEW_PICTURE_SINK_H
 #define TRACERY_PREVIEW_PICTURE_SINK_H
 
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "preview/line_sink.h"
 
@@ -60,5 +62,9 @@ class PictureSink : public LineSink {
     long pending_ = 0;  // segments added to the path since the last stroke
     PictureTarget* target_;
 };
+
+// The picture sinks the command line asks for (-png, -svg, -pdf), lines
+// starting in fg_color on bg_color; empty when none is asked for.
+std::vector<std::unique_ptr<LineSink>> make_picture_sinks();
 
 #endif  // TRACERY_PREVIEW_PICTURE_SINK_H
