@@ -20,12 +20,18 @@ void make_ident(float m[4][4]) {
         for (int j = 0; j < 4; j++) m[i][j] = (i == j) ? 1.0f : 0.0f;
 }
 
+// Each element is summed in a local, starting from 0 and adding the four
+// products in order, so the result is the same to the bit as summing in r,
+// while r, which may be a or b, is written only once the product is known.
 void matrix_matrix_mult(const float a[4][4], const float b[4][4], float r[4][4]) {
+    float product[4][4];
     for (int i = 0; i < 4; i++)
         for (int j = 0; j < 4; j++) {
-            r[i][j] = 0.0f;
-            for (int k = 0; k < 4; k++) r[i][j] += a[i][k] * b[k][j];
+            float sum = 0.0f;
+            for (int k = 0; k < 4; k++) sum += a[i][k] * b[k][j];
+            product[i][j] = sum;
         }
+    std::memcpy(r, product, sizeof product);
 }
 
 void concat_matrix(float m[4][4], const float t[4][4], int premultiply) {

@@ -133,6 +133,28 @@ bool add_skew(float m[4][4], double alpha, double a[3], double b[3]) {
     return true;
 }
 
+// Departure from keeping every record until its frame ends: the record a
+// closing RiTransformEnd (or RiAttributeEnd) leaves behind is given back to
+// its pool at once, with its matrices, when nothing else can refer to it, so
+// that a frame of a million attribute blocks runs in flat memory. A record
+// that something keeps carries the shared bit (a named coordinate system, a
+// record made current by RiCoordSysTransform; anything that retains a
+// record, such as a stored object, must set it too) or is the camera or an
+// outer level's saved record; those stay until the sweep of their tag. A
+// moving record is left too: its second-time matrices may be shared with
+// the record it was copied from. Records abandoned in the middle of a level
+// (by RiIdentity or RiTransform) also wait for the sweep.
+void give_back_if_unreferenced(Transformation* t) {
+    if (t == nullptr || t == curxform) return;
+    if (t->flags & (XFORM_SHARED | XFORM_MOVING)) return;
+    if (t->matrix1 || t->inverse1 || t->normal1 || t->transpose1) return;
+    if (renderer != nullptr && renderer->camera == t) return;
+    for (int i = 0; i < xform_depth; i++) {
+        if (xform_stack[i] == t) return;
+    }
+    free_TRANSFORMATION(t);
+}
+
 }  // namespace
 
 float (*xform_scratch_matrix())[4] {
@@ -255,7 +277,9 @@ RtVoid RiTransformEnd() {
         RMError(RIE_NESTING, RIE_ERROR, "Transformation stack underflow");
         return;
     }
+    Transformation* abandoned = curxform;
     curxform = xform_stack[--xform_depth];
+    give_back_if_unreferenced(abandoned);
 }
 
 int transform_stack_depth() {

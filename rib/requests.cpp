@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/input_files.h"
 #include "rib/parameters.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
@@ -139,6 +140,8 @@ REACTION* rxnCurve = nullptr;
 namespace {
 
 bool hash_built = false;
+REACTION* rxnFrameBegin = nullptr;
+REACTION* rxnFrameEnd = nullptr;
 const char* current_searchpath = nullptr;
 
 // ---- Argument codes ----
@@ -241,6 +244,8 @@ void call_with_parameters(const REACTION* row) {
 
 // ---- Reading loop ----
 
+void dispatch_row(const char* keyword, REACTION* row);
+
 bool frame_selected(long frame) {
     return start_frame <= frame && frame <= end_frame;
 }
@@ -248,8 +253,10 @@ bool frame_selected(long frame) {
 // An identifier read at the top level: counts frames, decides whether the
 // request is executed, and otherwise skips the rest of its line.
 void select_and_dispatch(const char* word, long* frame) {
-    bool frame_begin = strcmp(word, "FrameBegin") == 0;
-    bool frame_end = !frame_begin && strcmp(word, "FrameEnd") == 0;
+    // One keyword lookup serves both the frame counting and the dispatch.
+    REACTION* row = match_identifier(word);
+    bool frame_begin = row != nullptr && row == rxnFrameBegin;
+    bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
         ++*frame;
         drawing_on = frame_selected(*frame) ? 1 : 0;
@@ -258,7 +265,7 @@ void select_and_dispatch(const char* word, long* frame) {
     }
     bool wanted = drawing_on == 1 || frame_begin || frame_end;
     if (wanted && (*frame < 0 || frame_selected(*frame))) {
-        RIBparse_dispatch(word);
+        dispatch_row(word, row);
     } else {
         RIBparse_skip_line();
     }
@@ -335,6 +342,8 @@ void make_RIB_hash_table() {
     rxnPolygon = match_identifier("Polygon");
     rxnHyperboloid = match_identifier("Hyperboloid");
     rxnCurve = match_identifier("Curve");
+    rxnFrameBegin = match_identifier("FrameBegin");
+    rxnFrameEnd = match_identifier("FrameEnd");
 }
 
 REACTION* match_identifier(const char* keyword) {
@@ -383,11 +392,8 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
     prepare_reading(echo);
     FILE* f = stdin;
     if (filename) {
-        f = fopen(filename, "r");
-        if (!f) {
-            if (RMDEBUG >= 2 || (complain && echo)) RMError(RIE_NOFILE, RIE_ERROR, filename);
-            return -1;
-        }
+        f = open_rib_file(filename, RMDEBUG >= 2 || (complain && echo));
+        if (!f) return -1;
     }
     int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
     if (filename) fclose(f);
@@ -404,7 +410,14 @@ const char* RIBparse_searchpath() {
 }
 
 void RIBparse_dispatch(const char* keyword) {
-    REACTION* row = match_identifier(keyword);
+    dispatch_row(keyword, match_identifier(keyword));
+}
+
+namespace {
+
+// Reads the arguments of the request whose row was looked up for keyword
+// (null when there is none) and calls its procedure.
+void dispatch_row(const char* keyword, REACTION* row) {
     if (!row) {
         QuillError(RIE_SYNTAX, RIE_ERROR, "Could not identify token %s", keyword);
         return;
@@ -459,5 +472,7 @@ void RIBparse_dispatch(const char* keyword) {
             break;
     }
 }
+
+}  // namespace
 
 void accept_version(float) {}

@@ -130,15 +130,36 @@ void TaggedPool::release_chunks() {
     current_ = 0;
 }
 
-int TaggedPool::tag_of(const void* p) const {
+int TaggedPool::find_chunk(const void* p, int* slot) const {
     auto* byte = static_cast<const unsigned char*>(p);
-    for (const Chunk& chunk : chunks_) {
+    // The newest chunks are the likeliest owners of a recent item.
+    for (int index = chunk_count() - 1; index >= 0; --index) {
+        const Chunk& chunk = chunks_[index];
         if (byte < chunk.data || byte >= chunk.data + CHUNK_ITEMS * item_size_) continue;
         size_t offset = static_cast<size_t>(byte - chunk.data);
         if (offset % item_size_ != 0) return -1;
-        return chunk.tags[offset / item_size_];
+        *slot = static_cast<int>(offset / item_size_);
+        return index;
     }
     return -1;
+}
+
+int TaggedPool::tag_of(const void* p) const {
+    int slot = 0;
+    int index = find_chunk(p, &slot);
+    return index < 0 ? -1 : chunks_[index].tags[slot];
+}
+
+bool TaggedPool::give_back(void* p) {
+    int slot = 0;
+    int index = find_chunk(p, &slot);
+    if (index < 0 || chunks_[index].tags[slot] == 0) return false;
+    Chunk& chunk = chunks_[index];
+    chunk.tags[slot] = 0;
+    chunk.free_slots += 1;
+    chunk.first_free = std::min(chunk.first_free, slot);
+    current_ = std::min(current_, index);
+    return true;
 }
 
 // ---- The three pools ----
@@ -215,6 +236,15 @@ Transformation* alloc_TRANSFORMATION(const Transformation* t) {
         return &overflow_transformation;
     }
     return new (slot) Transformation(copy);
+}
+
+void free_TRANSFORMATION(Transformation* t) {
+    if (t == nullptr || transformation_pool().tag_of(t) <= 0) return;
+    for (MatrixPtr m : {t->matrix0, t->inverse0, t->matrix1, t->inverse1, t->normal0, t->transpose0,
+                        t->normal1, t->transpose1}) {
+        if (m != nullptr) matrix_pool().give_back(m);
+    }
+    transformation_pool().give_back(t);
 }
 
 // If the pool is exhausted (and the program goes on), the block is handed out
