@@ -190,6 +190,7 @@ GState::GState(const GState* parent) {
     vstep = RI_BEZIERSTEP;
     reserved_byte = 0;
     shared_ref = nullptr;
+    trim_loops = nullptr;
 }
 
 void* GState::operator new(size_t) noexcept {
