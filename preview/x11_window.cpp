@@ -39,6 +39,12 @@ std::vector<Display*>& lost_displays() {
     return *list;
 }
 
+// The graphics contexts of a broken connection, kept reachable with it.
+std::vector<GC>& lost_gcs() {
+    static auto* list = new std::vector<GC>();
+    return *list;
+}
+
 bool is_lost(Display* display) {
     const auto& lost = lost_displays();
     return std::find(lost.begin(), lost.end(), display) != lost.end();
@@ -153,7 +159,12 @@ void X11Window::wait_until_mapped() {
 }
 
 X11Window::~X11Window() {
-    if (display == nullptr || is_lost(display)) return;
+    if (display == nullptr) return;
+    if (is_lost(display)) {
+        lost_gcs().push_back(foreground_gc);
+        lost_gcs().push_back(background_gc);
+        return;
+    }
     XFreePixmap(display, pixmap);
     XFreeGC(display, foreground_gc);
     XFreeGC(display, background_gc);

@@ -11,6 +11,7 @@ The expected pictures are worked out here from the scene's own numbers, not
 from tracery's output.
 """
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -258,6 +259,46 @@ def case_sync_paces_frames(s):
     # Each frame waits for its slot, 0.1 s after the one before: never
     # faster than that, and (loosely) not much slower.
     check(0.09 <= per_frame <= 1.0, "%.3f s a frame at -sync 10" % per_frame)
+
+
+# A binary PPM header: magic, width, height and maximum, with "#" comments.
+PPM_HEADER = re.compile(rb"P6(?:\s+|#[^\n]*\n)+(\d+)(?:\s+|#[^\n]*\n)+(\d+)"
+                        rb"(?:\s+|#[^\n]*\n)+(\d+)\s")
+
+
+def read_ppm(path):
+    with open(path, "rb") as f:
+        data = f.read()
+    header = PPM_HEADER.match(data)
+    check(header is not None, "ghostscript wrote no PPM")
+    width, height = int(header.group(1)), int(header.group(2))
+    pixels = data[header.end():]
+    return [[tuple(pixels[3 * (y * width + x):3 * (y * width + x) + 3]) for x in range(width)]
+            for y in range(height)]
+
+
+def case_postscript_page_shows_the_outline(s):
+    p = s.start(SQUARE_SCENE % "", "-nowait", "-ps", "page.ps")
+    status, _, err = wait_exit(p)
+    check(status == 0, "status %d; stderr: %s" % (status, err))
+    picture = os.path.join(s.folder, "page.ppm")
+    subprocess.run(["gs", "-q", "-dSAFER", "-dBATCH", "-dNOPAUSE", "-sDEVICE=ppmraw", "-r72",
+                    "-g202x102", "-dFIXEDMEDIA", "-sOutputFile=" + picture,
+                    os.path.join(s.folder, "page.ps")], check=True, timeout=60)
+    page = read_ppm(picture)
+
+    # A raster pixel (x, y) lies at page point (x + 1, 100 - y), which is
+    # device pixel (x + 1, 102 - (100 - y)) on a 102 pixel high page.
+    def dark_near(x, y):
+        return any(sum(page[y + 2 + dy][x + 1 + dx]) < 384
+                   for dx in (-1, 0, 1) for dy in (-1, 0, 1))
+
+    for x in range(LEFT + 3, RIGHT - 2, 7):
+        check(dark_near(x, TOP) and dark_near(x, BOTTOM), "no line on the page at x %d" % x)
+    for y in range(TOP + 3, BOTTOM - 2, 7):
+        check(dark_near(LEFT, y) and dark_near(RIGHT, y), "no line on the page at y %d" % y)
+    for x, y in ((100, 50), (LEFT + 10, TOP + 10), (30, 50), (170, 15), (100, 90)):
+        check(not dark_near(x, y), "stray ink on the page near (%d, %d)" % (x, y))
 
 
 CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
