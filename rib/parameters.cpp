@@ -314,7 +314,7 @@ int check_list(int n, RtToken tokens[], const int counts[], long long nvertex, l
                long long nuniform) {
     int rejected = 0;
     for (int i = 0; i < n; i++) {
-        const Declaration* decl = declaration_list.lookup(tokens[i]);
+        const Declaration* decl = find_declaration(tokens[i]);
         if (decl == nullptr) {
             QuillError(RIE_SYNTAX, RIE_ERROR, "vertex variable unknown: %s", tokens[i]);
             continue;
@@ -848,7 +848,7 @@ int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
         PackedPair pair{};
         pair.name = state.pack.add_name(name);
         if (pair.name < 0) return -1;
-        const Declaration* decl = declaration_list.lookup(name);
+        const Declaration* decl = find_declaration(name);
         const int kept = decl != nullptr ? read_declared_value(*decl, name, state.pack, &pair)
                                          : read_undeclared_value(name, state.pack, &pair);
         if (kept < 0) return -1;

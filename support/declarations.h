@@ -56,6 +56,12 @@ class DeclarationList : public HashTable {
     Declaration* lookup(const char* name) { return static_cast<Declaration*>(find(name)); }
 };
 
+// declaration_list.lookup(name) through a small cache of the names found
+// last, so that the names every request repeats ("P", "Cs") are not hashed
+// each time. Declarations are changed in place and never removed, so a found
+// record stays the answer for its name; names not declared are not kept.
+Declaration* find_declaration(const char* name);
+
 extern HashTable token_table;
 extern DeclarationList declaration_list;
 extern int token_table_totalmem;
