@@ -4,6 +4,7 @@
 // the pixel filter functions and the standard basis matrices.
 #include "ri/attributes.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -118,11 +119,55 @@ bool is_standard_basis(const float (*basis)[4]) {
 
 // A standard basis is kept by address; any other is copied into a pooled
 // matrix that lives as long as the current level. Keeps old when the pool
-// cannot give a matrix.
+// cannot give a matrix. A basis equal bit for bit to the stored copy keeps
+// that copy: a stream that repeats its Basis request without end (the pooled
+// matrices live until the frame ends) then reads in flat memory.
 float (*stored_basis(RtBasis basis, float (*old)[4]))[4] {
     if (is_standard_basis(basis)) return basis;
+    if (old != nullptr && !is_standard_basis(old) &&
+        std::memcmp(old, basis, sizeof(RtBasis)) == 0) {
+        return old;
+    }
     float(*copy)[4] = alloc_RtMatrix(basis);
     return copy ? copy : old;
+}
+
+// Returns one state to its block before the sweep of its tag (the
+// statistics count it as no longer outstanding); a state that is not a taken
+// pool state is left alone.
+void give_back_state(GState* state) {
+    auto* byte = reinterpret_cast<unsigned char*>(state);
+    for (size_t b = gstate_blocks.size(); b-- > 0;) {
+        GStateBlock& block = gstate_blocks[b];
+        auto* first = reinterpret_cast<unsigned char*>(block.states);
+        if (byte < first || byte >= first + GSTATES_PER_BLOCK * sizeof(GState)) continue;
+        const size_t offset = static_cast<size_t>(byte - first);
+        if (offset % sizeof(GState) != 0) return;
+        const int index = static_cast<int>(offset / sizeof(GState));
+        if (block.tags[index] == 0) return;
+        block.tags[index] = 0;
+        ++block.free_count;
+        block.lowest_free = std::min(block.lowest_free, index);
+        first_open_block = std::min(first_open_block, b);
+        --GState::memstats[STAT_OUTSTANDING];
+        return;
+    }
+}
+
+// Departure from keeping every state until its frame ends: the state that
+// a closing RiAttributeEnd leaves behind (the copy its RiAttributeBegin made)
+// goes back to the pool at once, so that the states of a frame's attribute
+// blocks do not pile up. A state that something else keeps is not given
+// back: the restored state, one saved by an outer level, or one marked
+// shared (anything that retains a state, such as a stored object, must mark
+// it so).
+void give_back_if_unreferenced(GState* state) {
+    if (state == nullptr || state == renderer->gstate) return;
+    if (state->flags & GSTATE_SHARED) return;
+    for (int i = 0; i < attribute_depth; ++i) {
+        if (attribute_stack[i] == state) return;
+    }
+    give_back_state(state);
 }
 
 }  // namespace
@@ -239,8 +284,11 @@ RtVoid RiAttributeEnd() {
         return;
     }
     --attribute_depth;
-    // The copy made by RiAttributeBegin is abandoned to the pool.
-    if (renderer != nullptr) renderer->gstate = attribute_stack[attribute_depth];
+    if (renderer != nullptr) {
+        GState* abandoned = renderer->gstate;
+        renderer->gstate = attribute_stack[attribute_depth];
+        give_back_if_unreferenced(abandoned);
+    }
     RiTransformEnd();
 }
 

@@ -12,6 +12,8 @@
 #include <new>
 #include <string>
 
+#include <unistd.h>
+
 #include "driver/globals.h"
 #include "math/transform.h"
 #include "ri/renderer.h"
@@ -811,11 +813,11 @@ RtVoid RiOptionV(RtToken name, RtInt n, RtToken tokens[], RtPointer params[]) {
 
 int find_path(const char* name, const char* path, char* result, int result_size) {
     if (name == nullptr || result == nullptr || result_size <= 0) return 0;
+    // A candidate is taken when it can be read; it is not opened here, since
+    // opening a named pipe would wait for (and then lose) its writer.
     auto try_open = [&](const std::string& candidate) {
         if (candidate.size() >= static_cast<size_t>(result_size)) return false;
-        FILE* f = std::fopen(candidate.c_str(), "r");
-        if (f == nullptr) return false;
-        std::fclose(f);
+        if (access(candidate.c_str(), R_OK) != 0) return false;
         std::memcpy(result, candidate.c_str(), candidate.size() + 1);
         return true;
     };

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "math/derived_matrices.h"
 #include "math/matrix.h"
 #include "math/vector.h"
 #include "ri/renderer.h"
@@ -79,6 +80,21 @@ void concat_first_time(Transformation* t) {
     concat_if_present(t->transpose0, xform_scratch_transpose, 0);
 }
 
+// The first-time set of a record that is not moving, outside motion blocks:
+// the matrix itself now, its derived matrices when they are read.
+void concat_first_time_deferred(Transformation* t) {
+    if (!t->matrix0) {
+        t->matrix0 = alloc_RtMatrix(xform_scratch);
+        t->inverse0 = alloc_RtMatrix(nullptr);
+        t->normal0 = alloc_RtMatrix(nullptr);
+        t->transpose0 = alloc_RtMatrix(nullptr);
+        defer_derived_matrices(t, xform_scratch, true);
+        return;
+    }
+    concat_if_present(t->matrix0, xform_scratch, 1);
+    defer_derived_matrices(t, xform_scratch, false);
+}
+
 void concat_second_time(Transformation* t) {
     if (!t->matrix1) {
         // Unlike the first-time set, the copy of the inverse goes to
@@ -133,26 +149,59 @@ bool add_skew(float m[4][4], double alpha, double a[3], double b[3]) {
     return true;
 }
 
+// Departure from keeping every record until its frame ends: the record a
+// closing RiTransformEnd (or RiAttributeEnd) leaves behind is given back to
+// its pool at once, with its matrices, when nothing else can refer to it, so
+// that a frame of a million attribute blocks runs in flat memory. A record
+// that something keeps carries the shared bit (a named coordinate system, a
+// record made current by RiCoordSysTransform; anything that retains a
+// record, such as a stored object, must set it too) or is the camera or an
+// outer level's saved record; those stay until the sweep of their tag. A
+// moving record is left too: its second-time matrices may be shared with
+// the record it was copied from. Records abandoned in the middle of a level
+// (by RiIdentity or RiTransform) also wait for the sweep.
+void give_back_if_unreferenced(Transformation* t) {
+    if (t == nullptr || t == curxform) return;
+    if (t->flags & (XFORM_SHARED | XFORM_MOVING)) return;
+    if (t->matrix1 || t->inverse1 || t->normal1 || t->transpose1) return;
+    if (renderer != nullptr && renderer->camera == t) return;
+    for (int i = 0; i < xform_depth; i++) {
+        if (xform_stack[i] == t) return;
+    }
+    free_TRANSFORMATION(t);
+}
+
 }  // namespace
 
 float (*xform_scratch_matrix())[4] {
     return xform_scratch;
 }
 
+// The determinant decides the handedness bit at once; the inverse, normal
+// and transpose of M are only needed at once inside motion blocks and for
+// moving records, and are otherwise deferred (math/derived_matrices.h).
 void apply_xform(int rotation_flag) {
     if (block_level < 1) RMError(RIE_NOTATTRIBS, RIE_ERROR, nullptr);
-    matrix_transpose(xform_scratch_transpose, xform_scratch);
-    float det = matrix_invert(xform_scratch_inverse, xform_scratch);
-    matrix_transpose(xform_scratch_normal, xform_scratch_inverse);
-
     Transformation* t = writable_curxform();
     if (!t) return;
+    const bool deferred = motion_level <= 0 && !(t->flags & XFORM_MOVING);
+    float det;
+    if (deferred) {
+        det = matrix_determinant(xform_scratch);
+    } else {
+        settle_derived_matrices(t);
+        matrix_transpose(xform_scratch_transpose, xform_scratch);
+        det = matrix_invert(xform_scratch_inverse, xform_scratch);
+        matrix_transpose(xform_scratch_normal, xform_scratch_inverse);
+    }
     if (!rotation_flag) t->flags &= ~XFORM_ROTATION;
     // As the steps run in this order, a sample refused below still toggles
     // the handedness bit.
     if (det < 0.0f) t->flags ^= XFORM_FLIPPED;
 
-    if (motion_level <= 0) {
+    if (deferred) {
+        concat_first_time_deferred(t);
+    } else if (motion_level <= 0) {
         concat_first_time(t);
         if (t->flags & XFORM_MOVING) concat_second_time(t);
     } else if (motion_level == 1) {
@@ -255,7 +304,9 @@ RtVoid RiTransformEnd() {
         RMError(RIE_NESTING, RIE_ERROR, "Transformation stack underflow");
         return;
     }
+    Transformation* abandoned = curxform;
     curxform = xform_stack[--xform_depth];
+    give_back_if_unreferenced(abandoned);
 }
 
 int transform_stack_depth() {
@@ -360,6 +411,7 @@ RtVoid RiMotionBeginV(RtInt n, RtFloat times[]) {
                 RMError(RIE_BADMOTION, RIE_ERROR, "Times do not match");
         } else {
             // Changed in place even when shared.
+            settle_derived_matrices(t);
             t->matrix1 = alloc_RtMatrix(t->matrix0);
             t->inverse1 = alloc_RtMatrix(t->inverse0);
             t->normal1 = alloc_RtMatrix(t->normal0);

@@ -7,6 +7,7 @@
 
 #include "driver/globals.h"
 #include "rib/parameters.h"
+#include "rib/rib_files.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
@@ -139,6 +140,8 @@ REACTION* rxnCurve = nullptr;
 namespace {
 
 bool hash_built = false;
+REACTION* rxnFrameBegin = nullptr;
+REACTION* rxnFrameEnd = nullptr;
 const char* current_searchpath = nullptr;
 
 // ---- Argument codes ----
@@ -241,6 +244,8 @@ void call_with_parameters(const REACTION* row) {
 
 // ---- Reading loop ----
 
+void dispatch_row(const char* keyword, REACTION* row);
+
 bool frame_selected(long frame) {
     return start_frame <= frame && frame <= end_frame;
 }
@@ -248,8 +253,10 @@ bool frame_selected(long frame) {
 // An identifier read at the top level: counts frames, decides whether the
 // request is executed, and otherwise skips the rest of its line.
 void select_and_dispatch(const char* word, long* frame) {
-    bool frame_begin = strcmp(word, "FrameBegin") == 0;
-    bool frame_end = !frame_begin && strcmp(word, "FrameEnd") == 0;
+    // One keyword lookup serves both the frame counting and the dispatch.
+    REACTION* row = match_identifier(word);
+    bool frame_begin = row != nullptr && row == rxnFrameBegin;
+    bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
         ++*frame;
         drawing_on = frame_selected(*frame) ? 1 : 0;
@@ -258,7 +265,7 @@ void select_and_dispatch(const char* word, long* frame) {
     }
     bool wanted = drawing_on == 1 || frame_begin || frame_end;
     if (wanted && (*frame < 0 || frame_selected(*frame))) {
-        RIBparse_dispatch(word);
+        dispatch_row(word, row);
     } else {
         RIBparse_skip_line();
     }
@@ -294,7 +301,7 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF || code == TOKEN_END) return;
+        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
         switch (code) {
             case '\n':
             case '\r':
@@ -305,6 +312,14 @@ void read_requests(const char* searchpath) {
                 break;
             case TOKEN_IDENTIFIER:
                 select_and_dispatch(token, &frame);
+                break;
+            case TOKEN_END:
+                // A byte 255 with more input after it (at the end of input
+                // the end flag is set, and the loop has already ended). This
+                // departs from taking every 255 for the end of the file: the
+                // byte is reported as a syntax error and skipped, and the
+                // rest of the file is read.
+                rib_syntax_error("unexpected byte 255");
                 break;
             default:
                 report_stray(code);
@@ -335,6 +350,8 @@ void make_RIB_hash_table() {
     rxnPolygon = match_identifier("Polygon");
     rxnHyperboloid = match_identifier("Hyperboloid");
     rxnCurve = match_identifier("Curve");
+    rxnFrameBegin = match_identifier("FrameBegin");
+    rxnFrameEnd = match_identifier("FrameEnd");
 }
 
 REACTION* match_identifier(const char* keyword) {
@@ -383,11 +400,8 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
     prepare_reading(echo);
     FILE* f = stdin;
     if (filename) {
-        f = fopen(filename, "r");
-        if (!f) {
-            if (RMDEBUG >= 2 || (complain && echo)) RMError(RIE_NOFILE, RIE_ERROR, filename);
-            return -1;
-        }
+        f = open_rib_file(filename, RMDEBUG >= 2 || (complain && echo));
+        if (!f) return -1;
     }
     int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
     if (filename) fclose(f);
@@ -404,7 +418,14 @@ const char* RIBparse_searchpath() {
 }
 
 void RIBparse_dispatch(const char* keyword) {
-    REACTION* row = match_identifier(keyword);
+    dispatch_row(keyword, match_identifier(keyword));
+}
+
+namespace {
+
+// Reads the arguments of the request whose row was looked up for keyword
+// (null when there is none) and calls its procedure.
+void dispatch_row(const char* keyword, REACTION* row) {
     if (!row) {
         QuillError(RIE_SYNTAX, RIE_ERROR, "Could not identify token %s", keyword);
         return;
@@ -459,5 +480,7 @@ void RIBparse_dispatch(const char* keyword) {
             break;
     }
 }
+
+}  // namespace
 
 void accept_version(float) {}

@@ -1,38 +1,59 @@
 // The RIB tokenizer: the reader state of the current stream with its own read
 // buffer, token recognition (ASCII and the numeric forms of the binary
-// encoding), the one-token push-back, the number, string and vector readers,
-// and the parser's scratch buffer.
+// encoding) and the one-token push-back.
+//
+// The reading model is one byte of lookahead over the stream, and the end
+// flag is set the moment a read meets end of input. Tokens are recognised
+// straight in the read buffer: white space and comments are skipped by
+// scanning runs of bytes, and an identifier, number or string that lies
+// wholly in the buffer is handed out in place (RibTokenView). Only a token
+// that reaches the end of the buffer is read byte by byte across the refill
+// and copied, so the byte-level model (and with it every line count and the
+// moment the end flag is set) is the same on both paths.
 #include "rib/tokenizer.h"
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/token_scan.h"
 #include "support/error.h"
 #include "support/memory.h"
 
 int RIB_echo = 0;
-unsigned char* RIBparse_scratch = nullptr;
-int RIBparse_scratch_size = 0;
 
 namespace {
 
+// Bytes asked of the stream per refill (a build may choose a small buffer to
+// test the refill paths).
+#ifdef TRACERY_READ_CHUNK
+constexpr int READ_CHUNK = TRACERY_READ_CHUNK;
+#else
 constexpr int READ_CHUNK = 64 * 1024;
+#endif
 constexpr int END_OF_INPUT = 255;
 
 // The reader state of the stream being read (all zero: no stream).
 RibStreamState current;
 
+// Text of a token that is not handed out in place: one read across a buffer
+// refill, a push-back, a decoded binary number or a single character.
+char spill[RIB_TOKEN_MAX];
+
 // ---- Character classes ----
 
-enum CharClass : unsigned char { OTHER = 0, LETTER = 1, DIGIT = 2, UNDERSCORE = 4 };
+enum CharClass : unsigned char {
+    LETTER = 1,
+    DIGIT = 2,
+    UNDERSCORE = 4,
+    BLANK = 8,        // blank, tab and newline: skipped between tokens
+    STRING_STOP = 16  // double quote, newline and carriage return end a string
+};
 
 struct ClassTable {
     unsigned char of[256];
@@ -41,18 +62,29 @@ struct ClassTable {
         for (int c = 'A'; c <= 'Z'; ++c) of[c] = LETTER;
         for (int c = '0'; c <= '9'; ++c) of[c] = DIGIT;
         of['_'] = UNDERSCORE;
+        of[' '] = BLANK;
+        of['\t'] = BLANK;
+        of['\n'] = BLANK | STRING_STOP;
+        of['"'] = STRING_STOP;
+        of['\r'] = STRING_STOP;
     }
 };
 constexpr ClassTable classes;
 
 inline bool is_letter(int c) {
-    return classes.of[c & 0xff] == LETTER;
+    return classes.of[c & 0xff] & LETTER;
 }
 inline bool is_digit(int c) {
-    return classes.of[c & 0xff] == DIGIT;
+    return classes.of[c & 0xff] & DIGIT;
 }
 inline bool is_identifier_char(int c) {
-    return classes.of[c & 0xff] != OTHER;
+    return classes.of[c & 0xff] & (LETTER | DIGIT | UNDERSCORE);
+}
+inline bool is_blank(int c) {
+    return classes.of[c & 0xff] & BLANK;
+}
+inline bool ends_string(int c) {
+    return classes.of[c & 0xff] & STRING_STOP;
 }
 
 // ---- Reading characters ----
@@ -102,6 +134,30 @@ inline int next_byte() {
     return c;
 }
 
+// Whether the lookahead is a byte of the read buffer, at buffer[pos - 1]
+// (false at end of input and before a stream is opened).
+inline bool lookahead_in_buffer() {
+    return current.buffer_pos > 0;
+}
+inline const unsigned char* lookahead_at() {
+    return current.buffer + current.buffer_pos - 1;
+}
+inline const unsigned char* buffer_end() {
+    return current.buffer + current.buffer_len;
+}
+
+// Consumes every byte before p (a position in the buffer, at most its end),
+// making *p the lookahead; at the end of the buffer the next one is read.
+inline void consume_to(const unsigned char* p) {
+    if (p < buffer_end()) {
+        current.lookahead = *p;
+        current.buffer_pos = static_cast<int>(p - current.buffer) + 1;
+    } else {
+        current.buffer_pos = current.buffer_len;
+        advance_slow();
+    }
+}
+
 void count_newline() {
     ++current.line;
     ++RIB_lineno;
@@ -124,15 +180,6 @@ class TokenText {
             truncated_ = true;
         }
     }
-    void append(const unsigned char* bytes, size_t count) {
-        size_t room = static_cast<size_t>(RIB_TOKEN_MAX - 1 - length_);
-        if (count > room) {
-            truncated_ = true;
-            count = room;
-        }
-        memcpy(out_ + length_, bytes, count);
-        length_ += static_cast<int>(count);
-    }
     void finish() {
         out_[length_] = '\0';
         if (truncated_) rib_syntax_error("Token too long");
@@ -144,44 +191,59 @@ class TokenText {
     bool truncated_ = false;
 };
 
-int single_character(char* text, int c) {
-    text[0] = static_cast<char>(c);
-    text[1] = '\0';
+// A token whose text is in the spill buffer.
+int spilled(RibTokenView* token, int code) {
+    token->code = code;
+    token->text = spill;
+    token->length = static_cast<int>(strlen(spill));
+    return code;
+}
+
+// A token handed out in place; a text longer than a token may be is cut and
+// reported, as the byte-wise path does.
+int in_place(RibTokenView* token, int code, const unsigned char* start, const unsigned char* end) {
+    int length = static_cast<int>(end - start);
+    if (length > RIB_TOKEN_MAX - 1) {
+        length = RIB_TOKEN_MAX - 1;
+        rib_syntax_error("Token too long");
+    }
+    token->code = code;
+    token->text = reinterpret_cast<const char*>(start);
+    token->length = length;
+    return code;
+}
+
+int single_character(RibTokenView* token, int c) {
+    spill[0] = static_cast<char>(c);
+    spill[1] = '\0';
+    token->code = c;
+    token->text = spill;
+    token->length = 1;
     return c;
 }
 
-// Copies the run of characters that satisfy in_class, starting at the
-// lookahead. Runs are scanned straight in the read buffer, which keeps the
-// per-character cost of long identifiers and numbers low.
+// ---- Byte-by-byte recognition (tokens that cross a refill) ----
+
 template <typename Class>
 void copy_run(TokenText& out, Class in_class) {
-    while (!current.at_eof && in_class(current.lookahead)) {
-        out.put(current.lookahead);
-        const unsigned char* start = current.buffer + current.buffer_pos;
-        const unsigned char* end = current.buffer + current.buffer_len;
-        const unsigned char* p = start;
-        while (p < end && in_class(*p)) ++p;
-        out.append(start, static_cast<size_t>(p - start));
-        current.buffer_pos += static_cast<int>(p - start);
-        advance();
-    }
-}
-
-int read_identifier(char* text) {
-    TokenText out(text);
-    copy_run(out, [](int c) { return is_identifier_char(c); });
-    out.finish();
-    return TOKEN_IDENTIFIER;
+    while (!current.at_eof && in_class(current.lookahead)) out.put(next_byte());
 }
 
 void copy_digits(TokenText& out) {
     copy_run(out, [](int c) { return is_digit(c); });
 }
 
+int read_identifier_bytes(RibTokenView* token) {
+    TokenText out(spill);
+    copy_run(out, [](int c) { return is_identifier_char(c); });
+    out.finish();
+    return spilled(token, TOKEN_IDENTIFIER);
+}
+
 // An optional '-', digits, an optional '.', digits, then an optional exponent;
 // copied as written without further checks.
-int read_number(char* text) {
-    TokenText out(text);
+int read_number_bytes(RibTokenView* token) {
+    TokenText out(spill);
     if (current.lookahead == '-') out.put(next_byte());
     copy_digits(out);
     if (!current.at_eof && current.lookahead == '.') {
@@ -196,22 +258,83 @@ int read_number(char* text) {
         copy_digits(out);
     }
     out.finish();
+    return spilled(token, TOKEN_NUMBER);
+}
+
+int read_string_bytes(RibTokenView* token) {
+    TokenText out(spill);
+    advance();
+    while (!current.at_eof && !ends_string(current.lookahead)) out.put(next_byte());
+    advance();
+    out.finish();
+    return spilled(token, TOKEN_STRING);
+}
+
+// ---- In-place recognition ----
+
+// Each scanner returns the token's code, or 0 when the token reaches the end
+// of the buffer (nothing is consumed then, and the byte-wise reader takes it).
+
+// The end of the identifier that starts at start, or null when it reaches
+// the end of the buffer.
+const unsigned char* identifier_end(const unsigned char* start, const unsigned char* end) {
+    const unsigned char* p = start + 1;
+    while (p < end && is_identifier_char(*p)) ++p;
+    return p < end ? p : nullptr;
+}
+
+int scan_identifier(RibTokenView* token) {
+    const unsigned char* start = lookahead_at();
+    const unsigned char* stop = identifier_end(start, buffer_end());
+    if (!stop) return 0;
+    in_place(token, TOKEN_IDENTIFIER, start, stop);
+    consume_to(stop);
+    return TOKEN_IDENTIFIER;
+}
+
+const unsigned char* skip_digits(const unsigned char* p, const unsigned char* end) {
+    while (p < end && is_digit(*p)) ++p;
+    return p;
+}
+
+// The end of the number that starts at start, or null when it reaches the
+// end of the buffer.
+const unsigned char* number_end(const unsigned char* start, const unsigned char* end) {
+    const unsigned char* p = start;
+    if (*p == '-') ++p;
+    p = skip_digits(p, end);
+    if (p < end && *p == '.') p = skip_digits(p + 1, end);
+    if (p < end && (*p == 'e' || *p == 'E')) {
+        ++p;
+        if (p < end && (*p == '-' || *p == '+')) ++p;
+        p = skip_digits(p, end);
+    }
+    return p < end ? p : nullptr;
+}
+
+int scan_number(RibTokenView* token) {
+    const unsigned char* start = lookahead_at();
+    const unsigned char* stop = number_end(start, buffer_end());
+    if (!stop) return 0;
+    in_place(token, TOKEN_NUMBER, start, stop);
+    consume_to(stop);
     return TOKEN_NUMBER;
 }
 
-// A quoted string ends at the closing quote, a newline or a carriage return
-// (consumed, not stored); there are no escapes.
-int read_quoted_string(char* text) {
-    TokenText out(text);
-    advance();
-    while (!current.at_eof && current.lookahead != '"' && current.lookahead != '\n' &&
-           current.lookahead != '\r') {
-        out.put(next_byte());
-    }
-    advance();
-    out.finish();
+// The closing byte is consumed too, so the string must end before the last
+// byte of the buffer: consuming that one would refill over the text.
+int scan_string(RibTokenView* token) {
+    const unsigned char* start = lookahead_at() + 1;
+    const unsigned char* end = buffer_end();
+    const unsigned char* p = start;
+    while (p < end && !ends_string(*p)) ++p;
+    if (p + 1 >= end) return 0;
+    in_place(token, TOKEN_STRING, start, p);
+    consume_to(p + 1);
     return TOKEN_STRING;
 }
+
+// ---- Binary forms ----
 
 uint64_t read_big_endian(int bytes) {
     uint64_t value = 0;
@@ -219,15 +342,15 @@ uint64_t read_big_endian(int bytes) {
     return value;
 }
 
-int print_number(char* text, double value) {
-    snprintf(text, RIB_TOKEN_MAX, "%g", value);
-    return TOKEN_NUMBER;
+int print_number(RibTokenView* token, double value) {
+    snprintf(spill, RIB_TOKEN_MAX, "%g", value);
+    return spilled(token, TOKEN_NUMBER);
 }
 
 // Bytes 128..143: w + 1 value bytes, most significant first, scaled down by
 // 256 d times. Four bytes make a signed 32-bit value; shorter ones are not
 // sign-extended.
-int read_fixed_point(char* text, int b) {
+int read_fixed_point(RibTokenView* token, int b) {
     int width = b % 4 + 1;
     int fraction_bytes = (b - 128) / 4;
     advance();
@@ -236,23 +359,23 @@ int read_fixed_point(char* text, int b) {
         bits <= INT32_MAX ? static_cast<int32_t>(bits) : -static_cast<int32_t>(~bits) - 1;
     float number = static_cast<float>(value);
     for (int i = 0; i < fraction_bytes; ++i) number /= 256.0f;
-    return print_number(text, number);
+    return print_number(token, number);
 }
 
-int read_binary_float(char* text) {
+int read_binary_float(RibTokenView* token) {
     advance();
     uint32_t bits = static_cast<uint32_t>(read_big_endian(4));
     float number;
     memcpy(&number, &bits, sizeof number);
-    return print_number(text, number);
+    return print_number(token, number);
 }
 
-int read_binary_double(char* text) {
+int read_binary_double(RibTokenView* token) {
     advance();
     uint64_t bits = read_big_endian(8);
     double number;
     memcpy(&number, &bits, sizeof number);
-    return print_number(text, number);
+    return print_number(token, number);
 }
 
 // Copies count bytes of a binary string (fewer at end of input).
@@ -261,19 +384,19 @@ void copy_string_bytes(TokenText& out, uint32_t count) {
 }
 
 // Bytes 144..159: a string of b - 128 bytes that starts with b itself.
-int read_short_string(char* text, int b) {
-    TokenText out(text);
+int read_short_string(RibTokenView* token, int b) {
+    TokenText out(spill);
     copy_string_bytes(out, static_cast<uint32_t>(b - 128));
     out.finish();
-    return TOKEN_STRING;
+    return spilled(token, TOKEN_STRING);
 }
 
 // Bytes 160..163: the length is made of the b - 160 bytes that start with b
 // itself, and that many bytes follow. With b = 160 the length has no bytes,
 // so nothing would be consumed and the same byte met again forever: here b is
 // consumed and the token is an empty string, so no input can stall the reader.
-int read_long_string(char* text, int b) {
-    TokenText out(text);
+int read_long_string(RibTokenView* token, int b) {
+    TokenText out(spill);
     if (b == 160) {
         advance();
     } else {
@@ -281,29 +404,73 @@ int read_long_string(char* text, int b) {
         copy_string_bytes(out, length);
     }
     out.finish();
-    return TOKEN_STRING;
+    return spilled(token, TOKEN_STRING);
 }
 
 // Recognises the token that starts at the lookahead (white space and comments
 // already dealt with).
-int classify_token(char* text) {
+int classify_token(RibTokenView* token) {
     int c = current.lookahead;
-    if (is_letter(c)) return read_identifier(text);
-    if (is_digit(c) || c == '-' || c == '.') return read_number(text);
-    if (c == '"') return read_quoted_string(text);
-    if (c >= 128 && c <= 143) return read_fixed_point(text, c);
-    if (c == 164) return read_binary_float(text);
-    if (c == 165) return read_binary_double(text);
-    if (c >= 144 && c <= 159) return read_short_string(text, c);
-    if (c >= 160 && c <= 163) return read_long_string(text, c);
+    const bool in_buffer = lookahead_in_buffer();
+    if (is_letter(c)) {
+        if (in_buffer && scan_identifier(token)) return TOKEN_IDENTIFIER;
+        return read_identifier_bytes(token);
+    }
+    if (is_digit(c) || c == '-' || c == '.') {
+        if (in_buffer && scan_number(token)) return TOKEN_NUMBER;
+        return read_number_bytes(token);
+    }
+    if (c == '"') {
+        if (in_buffer && scan_string(token)) return TOKEN_STRING;
+        return read_string_bytes(token);
+    }
+    if (c >= 128 && c <= 143) return read_fixed_point(token, c);
+    if (c == 164) return read_binary_float(token);
+    if (c == 165) return read_binary_double(token);
+    if (c >= 144 && c <= 159) return read_short_string(token, c);
+    if (c >= 160 && c <= 163) return read_long_string(token, c);
     advance();
-    return single_character(text, c);
+    return single_character(token, c);
+}
+
+// Skips blanks, tabs and newlines, counting the newlines; false when end of
+// input is met.
+bool skip_white_space() {
+    while (is_blank(current.lookahead)) {
+        if (lookahead_in_buffer()) {
+            const unsigned char* p = lookahead_at();
+            const unsigned char* end = buffer_end();
+            for (; p < end && is_blank(*p); ++p) {
+                if (*p == '\n') count_newline();
+            }
+            consume_to(p);
+        } else {
+            if (current.lookahead == '\n') count_newline();
+            advance();
+        }
+        if (current.at_eof) return false;
+    }
+    return true;
+}
+
+// Consumes bytes up to, not including, the next newline (or to end of input).
+void skip_to_newline() {
+    while (!current.at_eof && current.lookahead != '\n') {
+        if (!lookahead_in_buffer()) {
+            advance();
+            continue;
+        }
+        const unsigned char* start = lookahead_at();
+        const unsigned char* end = buffer_end();
+        const void* newline = memchr(start, '\n', static_cast<size_t>(end - start));
+        consume_to(newline ? static_cast<const unsigned char*>(newline) : end);
+    }
 }
 
 // Consumes a comment up to and including its newline. That newline is not
 // counted in the line number.
 void skip_comment() {
-    while (!current.at_eof && current.lookahead != '\n') advance();
+    skip_to_newline();
     advance();
 }
 
@@ -322,115 +489,6 @@ char* copy_name(const char* name) {
     char* copy = static_cast<char*>(myalloc(length));
     if (copy) memcpy(copy, name, length);
     return copy;
-}
-
-// ---- Vector readers ----
-
-float float_of(const char* text) {
-    return rib_atof(text);
-}
-int int_of(const char* text) {
-    return rib_atoi(text);
-}
-
-// Replaces the buffer by one of new_cap elements; the old contents are copied
-// when keep is set. Returns false when new_cap is over RIB_VECTOR_MAX or
-// memory runs out (myalloc has reported that).
-template <typename T>
-bool grow_buffer(T** buf, int* cap, int64_t new_cap, bool keep) {
-    if (new_cap > RIB_VECTOR_MAX) return false;
-    T* grown = static_cast<T*>(myalloc(static_cast<size_t>(new_cap) * sizeof(T)));
-    if (!grown) return false;
-    if (keep && *buf && *cap > 0) memcpy(grown, *buf, static_cast<size_t>(*cap) * sizeof(T));
-    if (*buf) myfree(*buf);
-    *buf = grown;
-    *cap = static_cast<int>(new_cap);
-    return true;
-}
-
-// Exactly n elements (at least one). The first token may open a bracket;
-// otherwise it is taken as the first element without a type check.
-template <typename T>
-int read_sized(int n, T* out, T (*convert)(const char*)) {
-    char text[RIB_TOKEN_MAX] = "";
-    bool bracketed = read_RIB_token(text) == '[';
-    if (bracketed && RIBparse_read_number(text) != 0) return -1;
-    out[0] = convert(text);
-    for (int i = 1; i < n; ++i) {
-        if (RIBparse_read_number(text) != 0) return -1;
-        out[i] = convert(text);
-    }
-    if (bracketed && read_RIB_token(text) != ']') {
-        rib_syntax_error("Missing ']'");
-        return -1;
-    }
-    return 0;
-}
-
-template <typename T>
-int read_sized_growable(int n, T** buf, int* cap, T (*convert)(const char*)) {
-    if (n > RIB_VECTOR_MAX) {
-        QuillError(RIE_LIMIT, RIE_ERROR, "Vector of %d values is too long", n);
-        return -1;
-    }
-    // The new capacity is 64 below 64 elements and twice n above; the old
-    // contents are about to be overwritten, so they are not copied.
-    int64_t new_cap = n < 64 ? 64 : std::min<int64_t>(2 * static_cast<int64_t>(n), RIB_VECTOR_MAX);
-    if ((n >= *cap || !*buf) && !grow_buffer(buf, cap, new_cap, false)) return -1;
-    return read_sized(n, *buf, convert);
-}
-
-// As many elements as are given: a bracketed list, or a run of numbers that
-// ends at the first other token (pushed back). store(i, value) keeps element
-// i and returns false when there is no room; the list is still read to its
-// end, then reported.
-template <typename T, typename Store>
-int read_unsized(int* n, T (*convert)(const char*), Store store) {
-    char text[RIB_TOKEN_MAX] = "";
-    int count = 0;
-    bool overflow = false;
-    auto append = [&](const char* element) {
-        if (!overflow && store(count, convert(element))) {
-            ++count;
-        } else {
-            overflow = true;
-        }
-    };
-    int code = read_RIB_token(text);
-    bool bracketed = code == '[';
-    if (!bracketed) append(text);
-    while ((code = read_RIB_token(text)) == TOKEN_NUMBER) append(text);
-    *n = count;
-    if (code == ']') {
-        if (!bracketed) {
-            rib_syntax_error("Extra ']'");
-            return -1;
-        }
-    } else if (bracketed) {
-        rib_syntax_error("Missing ']'");
-        return -1;
-    } else {
-        RIBparse_return_token(text, code);
-    }
-    if (overflow) {
-        QuillError(RIE_LIMIT, RIE_ERROR, "Too many values in a list (more than %d)", count);
-        return -1;
-    }
-    return 0;
-}
-
-template <typename T>
-int read_unsized_growable(int* n, T** buf, int* cap, T (*convert)(const char*)) {
-    *n = 0;
-    if ((*cap < 64 || !*buf) && !grow_buffer(buf, cap, 64, false)) return -1;
-    auto store = [&](int i, T value) {
-        if (i >= *cap && !grow_buffer(buf, cap, static_cast<int64_t>(*cap) * 2, true)) {
-            return false;
-        }
-        (*buf)[i] = value;
-        return true;
-    };
-    return read_unsized(n, convert, store);
 }
 
 }  // namespace
@@ -493,29 +551,84 @@ void RIBparse_advance() {
 }
 
 void RIBparse_skip_line() {
-    while (!current.at_eof && current.lookahead != '\n') advance();
+    skip_to_newline();
 }
 
 // ---- Tokens ----
 
-int read_RIB_token(char* text) {
-    if (current.at_eof) return TOKEN_EOF;
+namespace {
+
+int end_of_input(RibTokenView* token) {
+    token->code = TOKEN_EOF;
+    token->text = "";
+    token->length = 0;
+    return TOKEN_EOF;
+}
+
+// The common case in one pass over the buffer: blanks, then a number or an
+// identifier that ends inside the buffer. Returns the token's code, or 0
+// after consuming only the blanks (the general steps then go on from there).
+int scan_blanks_and_word(RibTokenView* token) {
+    const unsigned char* p = lookahead_at();
+    const unsigned char* end = buffer_end();
+    for (; p < end && is_blank(*p); ++p) {
+        if (*p == '\n') count_newline();
+    }
+    if (p < end) {
+        const int c = *p;
+        const unsigned char* stop = nullptr;
+        int code = 0;
+        if (is_digit(c) || c == '-' || c == '.') {
+            stop = number_end(p, end);
+            code = TOKEN_NUMBER;
+        } else if (is_letter(c)) {
+            stop = identifier_end(p, end);
+            code = TOKEN_IDENTIFIER;
+        }
+        if (stop) {
+            in_place(token, code, p, stop);
+            consume_to(stop);
+            return code;
+        }
+    }
+    if (p != lookahead_at()) consume_to(p);
+    return 0;
+}
+
+}  // namespace
+
+int scan_RIB_token(RibTokenView* token) {
+    if (current.at_eof) return end_of_input(token);
     if (current.pushback_text[0] != '\0') {
-        memcpy(text, current.pushback_text, strlen(current.pushback_text) + 1);
+        memcpy(spill, current.pushback_text, strlen(current.pushback_text) + 1);
         current.pushback_text[0] = '\0';
-        return current.pushback_code;
+        return spilled(token, current.pushback_code);
     }
-    while (current.lookahead == ' ' || current.lookahead == '\t' || current.lookahead == '\n') {
-        if (current.lookahead == '\n') count_newline();
-        advance();
-        if (current.at_eof) return TOKEN_EOF;
+    if (lookahead_in_buffer()) {
+        if (int code = scan_blanks_and_word(token)) return code;
+        // End of input met while skipping blanks.
+        if (current.at_eof) return end_of_input(token);
     }
+    if (!skip_white_space()) return end_of_input(token);
     if (current.lookahead == '#') {
         advance();
-        if (current.lookahead == '#' && !current.at_eof) return single_character(text, '#');
+        if (current.lookahead == '#' && !current.at_eof) return single_character(token, '#');
         skip_comment();
     }
-    return classify_token(text);
+    return classify_token(token);
+}
+
+void materialize_token(const RibTokenView& token, char* text) {
+    memcpy(text, token.text, static_cast<size_t>(token.length));
+    text[token.length] = '\0';
+}
+
+int read_RIB_token(char* text) {
+    RibTokenView token;
+    int code = scan_RIB_token(&token);
+    // At end of input the caller's text is left as it was.
+    if (code != TOKEN_EOF) materialize_token(token, text);
+    return code;
 }
 
 int RIBparse_return_token(const char* text, int code) {
@@ -529,163 +642,4 @@ int RIBparse_return_token(const char* text, int code) {
     current.pushback_text[length] = '\0';
     current.pushback_code = code;
     return 0;
-}
-
-// ---- Readers ----
-
-void rib_syntax_error(const char* message) {
-    RMError(RIE_SYNTAX, RIE_ERROR, message);
-}
-
-int RIBparse_read_number(char* text) {
-    int code = read_RIB_token(text);
-    if (code == TOKEN_NUMBER) return 0;
-    if (code == '[' && read_RIB_token(text) == TOKEN_NUMBER) {
-        char closing[RIB_TOKEN_MAX];
-        if (read_RIB_token(closing) == ']') return 0;
-    }
-    rib_syntax_error("Number expected");
-    return -1;
-}
-
-int RIBparse_quoted_string(char* text) {
-    if (read_RIB_token(text) == TOKEN_STRING) return 0;
-    rib_syntax_error("Quoted string expected");
-    return -1;
-}
-
-int RIBparse_ivector(int n, int** buf, int* cap) {
-    return read_sized_growable(n, buf, cap, int_of);
-}
-
-int RIBparse_fvector(int n, float** buf, int* cap) {
-    return read_sized_growable(n, buf, cap, float_of);
-}
-
-int RIBparse_fvector(int n, float* out) {
-    return read_sized(n, out, float_of);
-}
-
-int RIBparse_unsized_ivector(int* n, int** buf, int* cap) {
-    return read_unsized_growable(n, buf, cap, int_of);
-}
-
-int RIBparse_unsized_fvector(int* n, float** buf, int* cap) {
-    return read_unsized_growable(n, buf, cap, float_of);
-}
-
-int RIBparse_unsized_fvector(int* n, float* out, int max_count) {
-    *n = 0;
-    auto store = [&](int i, float value) {
-        if (i >= max_count) return false;
-        out[i] = value;
-        return true;
-    };
-    return read_unsized(n, float_of, store);
-}
-
-// Numbers are stored as 4-byte floats and strings with their NUL, one after
-// the other (byte-packed, so a float after a string may be unaligned).
-int RIBparse_value_list(char* out, int out_size) {
-    char text[RIB_TOKEN_MAX];
-    int code = read_RIB_token(text);
-    bool bracketed = code == '[';
-    if (bracketed) code = read_RIB_token(text);
-    int used = 0;
-    bool overflow = false;
-    for (;;) {
-        if (code == ']') {
-            if (bracketed) break;
-            rib_syntax_error("Extra ']'");
-            return -1;
-        }
-        if (code == TOKEN_NUMBER) {
-            float value = rib_atof(text);
-            if (used + static_cast<int>(sizeof value) <= out_size) {
-                memcpy(out + used, &value, sizeof value);
-                used += static_cast<int>(sizeof value);
-            } else {
-                overflow = true;
-            }
-        } else if (code == TOKEN_STRING) {
-            int length = static_cast<int>(strlen(text)) + 1;
-            if (used + length <= out_size) {
-                memcpy(out + used, text, static_cast<size_t>(length));
-                used += length;
-            } else {
-                overflow = true;
-            }
-        } else {
-            rib_syntax_error("Unexpected token");
-            return -1;
-        }
-        if (!bracketed) break;
-        code = read_RIB_token(text);
-    }
-    if (overflow) {
-        QuillError(RIE_LIMIT, RIE_ERROR, "Parameter values exceed %d bytes", out_size);
-        return -1;
-    }
-    return used;
-}
-
-int RIBparse_check_scratchsize(int needed) {
-    if (needed < RIBparse_scratch_size) return 0;
-    if (needed > RIB_SCRATCH_MAX) {
-        QuillError(RIE_LIMIT, RIE_ERROR, "Parser scratch space of %d bytes is too large", needed);
-        return -1;
-    }
-    int new_size = 2 * needed;
-    auto* grown = static_cast<unsigned char*>(myalloc(static_cast<size_t>(new_size)));
-    if (!grown) return -1;
-    if (RIBparse_scratch) {
-        memcpy(grown, RIBparse_scratch, static_cast<size_t>(RIBparse_scratch_size));
-        myfree(RIBparse_scratch);
-    }
-    RIBparse_scratch = grown;
-    RIBparse_scratch_size = new_size;
-    if (RMDEBUG >= 2) fprintf(stderr, "Growing parser scratch space to %d\n", new_size);
-    return 0;
-}
-
-void RIBparse_release_scratch() {
-    if (RIBparse_scratch) myfree(RIBparse_scratch);
-    RIBparse_scratch = nullptr;
-    RIBparse_scratch_size = 0;
-}
-
-// ---- Number conversion ----
-
-// The value atof gives for the text, as a float. Number tokens go through
-// from_chars (the same correctly rounded result, much faster); anything it
-// does not take whole ("-", ".", "1e", "inf", " 12", out of range) goes
-// through strtod, which is what atof is.
-float rib_atof(const char* text) {
-    size_t length = strlen(text);
-    double value = 0.0;
-    auto [end, error] = std::from_chars(text, text + length, value);
-    if (error == std::errc() && end == text + length && length > 0) {
-        return static_cast<float>(value);
-    }
-    return static_cast<float>(strtod(text, nullptr));
-}
-
-// atoi without undefined behaviour: leading white space, an optional sign and
-// decimal digits; a value outside int saturates at INT_MIN or INT_MAX.
-int rib_atoi(const char* text) {
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
-    while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
-    bool negative = *p == '-';
-    if (*p == '-' || *p == '+') ++p;
-    int64_t value = 0;
-    const int64_t limit = negative ? -static_cast<int64_t>(INT_MIN) : INT_MAX;
-    for (; *p >= '0' && *p <= '9'; ++p) {
-        value = value * 10 + (*p - '0');
-        if (value > limit) {
-            value = limit;
-            while (*p >= '0' && *p <= '9') ++p;
-            break;
-        }
-    }
-    return static_cast<int>(negative ? -value : value);
 }

@@ -65,9 +65,10 @@ class TokenEntry : public HashTableEntry {
 }  // namespace
 
 // The token table is defined first so that it is destroyed last: the
-// declarations' names point into it.
-HashTable token_table(5003);
-DeclarationList declaration_list(5003);
+// declarations' names point into it. Both start with 5003 buckets and grow
+// with the number of names, since a file may declare any amount of them.
+HashTable token_table(5003, true);
+DeclarationList declaration_list(5003, true);
 int token_table_totalmem = 0;
 int declaration_list_totalmem = 0;
 

@@ -50,7 +50,7 @@ class Declaration : public HashTableEntry {
 
 class DeclarationList : public HashTable {
   public:
-    explicit DeclarationList(int size) : HashTable(size) {}
+    explicit DeclarationList(int size, bool grows = false) : HashTable(size, grows) {}
     RtToken add(const char* name, const char* declaration);
     int size(const char* name);
     Declaration* lookup(const char* name) { return static_cast<Declaration*>(find(name)); }

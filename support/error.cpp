@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 RtErrorHandler RMError = RiErrorPrint;
+void (*error_exit)(int status) = std::exit;
 RtInt RiLastError = 0;
 int RIB_lineno = 0;
 const char* RIB_filename = nullptr;
@@ -96,6 +97,10 @@ const char* error_code_text(int code) {
     }
 }
 
+void forget_reported_line() {
+    last_reported_line = -1;
+}
+
 void reset_error_state() {
     last_reported_line = -1;
     RiLastError = 0;
@@ -123,14 +128,14 @@ RtVoid RiErrorPrint(RtInt code, RtInt severity, const char* message) {
     if (message != nullptr) std::fprintf(stderr, "\n    --> %s", message);
     std::fputc('\n', stderr);
     std::fflush(stderr);
-    if (severity >= RIE_SEVERE) std::exit(-1);
+    if (severity >= RIE_SEVERE) error_exit(-1);
     RiLastError = code;
     last_reported_line = RIB_lineno;
 }
 
 RtVoid RiErrorAbort(RtInt code, RtInt severity, const char* message) {
     RiErrorPrint(code, severity, message);
-    if (severity >= RIE_ERROR) std::exit(-1);
+    if (severity >= RIE_ERROR) error_exit(-1);
 }
 
 void QuillError(int code, int severity, const char* format, ...) {

@@ -19,11 +19,21 @@ extern const char* RIB_filename;
 void QuillError(int code, int severity, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
+// How RiErrorPrint and RiErrorAbort end the program after a report that
+// ends it: std::exit unless replaced. A harness that must survive such an
+// input (the fuzz targets) installs a function that notes the end and
+// returns; the handler then returns like one that lets the program go on.
+extern void (*error_exit)(int status);
+
 // The text RiErrorPrint shows for a code, or nullptr for a code without text.
 const char* error_code_text(int code);
 
 // Forgets the last-reported line and code, as at program start (for tests).
 void reset_error_state();
+// Makes the next report print even if it repeats the last one's code on the
+// same line: for reports about different files made outside any file (line
+// 0), which the same-line rule would otherwise merge into one.
+void forget_reported_line();
 
 // The token and value halves of the last variadic list taken apart.
 constexpr int V_LIST_MAX = 100;

@@ -3,7 +3,7 @@
 #ifndef TRACERY_SUPPORT_HANDLES_H
 #define TRACERY_SUPPORT_HANDLES_H
 
-#include <unordered_map>
+#include <vector>
 
 struct HandleEntry {
     HandleEntry() : value(nullptr), id(0) {}
@@ -43,8 +43,16 @@ class HandleTable {
     // file, but a RIB file may number any amount of objects. Entries are
     // indexed lazily by find, so an entry filled in after makespace is found
     // like one made by set.
+    //
+    // The index is an open-addressed table of positions (-1 free), at most
+    // half full, probed linearly from a hash of the id: four
+    // bytes per slot, about twelve per entry, where a node-based map costs
+    // over forty.
     void index_new_entries();
-    std::unordered_map<int, int> index_;
+    bool index_entry(int position);
+    int* slot_for(int id);
+    std::vector<int> index_;
+    unsigned int index_mask_ = 0;
     int indexed_ = 0;
 };
 

@@ -1,9 +1,12 @@
 // The scoped, chained string table: PJW hashing, head insertion with the
-// duplicate rule, counted lookups, scope/level removal and the statistics
-// report.
+// duplicate rule, counted lookups, scope/level removal, growth by
+// redistribution and the statistics report.
 #include "support/hashtable.h"
 
+#include <climits>
 #include <cstring>
+#include <new>
+#include <vector>
 
 namespace {
 
@@ -45,7 +48,7 @@ HashTableEntry::~HashTableEntry() = default;
 
 // A table asked for no buckets (or a negative number) gets one, so that the
 // modulo below can never divide by zero.
-HashTable::HashTable(int bucket_count)
+HashTable::HashTable(int bucket_count, bool grows)
     : buckets(nullptr),
       size(bucket_count > 0 ? static_cast<unsigned int>(bucket_count) : 1u),
       scope(0),
@@ -56,7 +59,8 @@ HashTable::HashTable(int bucket_count)
       misses(0),
       probes(0),
       added(0),
-      distinct(0) {
+      distinct(0),
+      grows_(grows) {
     buckets = new HashTableEntry*[size]();
 }
 
@@ -87,7 +91,49 @@ int HashTable::insert(HashTableEntry* entry, int allow_duplicate) {
     entry->level = level;
     count_one(added);
     if (entry->next == nullptr) count_one(distinct);
+    ++live_;
+    if (grows_ && live_ > size) grow();
     return duplicate;
+}
+
+// Redistributes every chain over 2n + 1 buckets. Each old chain is walked
+// from its tail, and every entry pushed onto the head of its new bucket, so
+// entries that meet again in one bucket keep their order: a duplicate
+// inserted later still shadows the older one. distinct becomes the number of
+// buckets filled. If the larger array cannot be had, the table keeps its
+// buckets and only its chains get longer.
+void HashTable::grow() {
+    if (size > (UINT_MAX - 1) / 2) return;
+    unsigned int new_size = size * 2 + 1;
+    HashTableEntry** fresh = new (std::nothrow) HashTableEntry*[new_size]();
+    if (fresh == nullptr) return;
+    std::vector<HashTableEntry*> chain;
+    int filled = 0;
+    for (unsigned int b = 0; b < size; ++b) {
+        chain.clear();
+        for (HashTableEntry* e = buckets[b]; e != nullptr; e = e->next) chain.push_back(e);
+        for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+            HashTableEntry*& head = fresh[(*it)->hash % new_size];
+            if (head == nullptr) ++filled;
+            (*it)->next = head;
+            head = *it;
+        }
+    }
+    delete[] buckets;
+    buckets = fresh;
+    size = new_size;
+    distinct = filled;
+    ++growths_;
+}
+
+// Bookkeeping for an entry just taken out of its chain.
+void HashTable::unlinked(HashTableEntry* entry, int destroy) {
+    --live_;
+    if (destroy) {
+        delete entry;
+    } else {
+        entry->next = nullptr;
+    }
 }
 
 HashTableEntry* HashTable::find(const char* name) {
@@ -111,7 +157,7 @@ void HashTable::release(int released_scope) {
             HashTableEntry* e = *link;
             if (e->scope == released_scope) {
                 *link = e->next;
-                delete e;
+                unlinked(e, 1);
             } else {
                 link = &e->next;
             }
@@ -130,11 +176,7 @@ void HashTable::popscope(int newlevel, int destroy) {
                 continue;
             }
             *link = e->next;
-            if (destroy) {
-                delete e;
-            } else {
-                e->next = nullptr;
-            }
+            unlinked(e, destroy);
         }
     }
     level = newlevel;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "math/derived_matrices.h"
 #include "math/matrix.h"
 #include "math/transformation.h"
 #include "ri/renderer.h"
@@ -130,15 +131,36 @@ void TaggedPool::release_chunks() {
     current_ = 0;
 }
 
-int TaggedPool::tag_of(const void* p) const {
+int TaggedPool::find_chunk(const void* p, int* slot) const {
     auto* byte = static_cast<const unsigned char*>(p);
-    for (const Chunk& chunk : chunks_) {
+    // The newest chunks are the likeliest owners of a recent item.
+    for (int index = chunk_count() - 1; index >= 0; --index) {
+        const Chunk& chunk = chunks_[index];
         if (byte < chunk.data || byte >= chunk.data + CHUNK_ITEMS * item_size_) continue;
         size_t offset = static_cast<size_t>(byte - chunk.data);
         if (offset % item_size_ != 0) return -1;
-        return chunk.tags[offset / item_size_];
+        *slot = static_cast<int>(offset / item_size_);
+        return index;
     }
     return -1;
+}
+
+int TaggedPool::tag_of(const void* p) const {
+    int slot = 0;
+    int index = find_chunk(p, &slot);
+    return index < 0 ? -1 : chunks_[index].tags[slot];
+}
+
+bool TaggedPool::give_back(void* p) {
+    int slot = 0;
+    int index = find_chunk(p, &slot);
+    if (index < 0 || chunks_[index].tags[slot] == 0) return false;
+    Chunk& chunk = chunks_[index];
+    chunk.tags[slot] = 0;
+    chunk.free_slots += 1;
+    chunk.first_free = std::min(chunk.first_free, slot);
+    current_ = std::min(current_, index);
+    return true;
 }
 
 // ---- The three pools ----
@@ -202,6 +224,7 @@ float (*alloc_RtMatrix(const float m[4][4]))[4] {
 Transformation* alloc_TRANSFORMATION(const Transformation* t) {
     Transformation copy{};
     if (t != nullptr) {
+        settle_derived_matrices(t);
         copy = *t;
         duplicate_pair(copy.matrix0, copy.inverse0);
         duplicate_pair(copy.matrix1, copy.inverse1);
@@ -217,6 +240,16 @@ Transformation* alloc_TRANSFORMATION(const Transformation* t) {
     return new (slot) Transformation(copy);
 }
 
+void free_TRANSFORMATION(Transformation* t) {
+    if (t == nullptr || transformation_pool().tag_of(t) <= 0) return;
+    forget_derived_matrices(t);
+    for (MatrixPtr m : {t->matrix0, t->inverse0, t->matrix1, t->inverse1, t->normal0, t->transpose0,
+                        t->normal1, t->transpose1}) {
+        if (m != nullptr) matrix_pool().give_back(m);
+    }
+    transformation_pool().give_back(t);
+}
+
 // If the pool is exhausted (and the program goes on), the block is handed out
 // untracked and lives until the process ends.
 void* alloc_param(int size) {
@@ -229,6 +262,8 @@ void* alloc_param(int size) {
 // With level 0 the chunks themselves go; value blocks still recorded in the
 // parameter pool are not freed one by one then (only their pointer arrays).
 void free_myallocs(int level) {
+    // Deferred matrices are written before their record can go.
+    settle_derived_matrices(nullptr);
     int mask = level & 7;
     if (mask == 0) {
         matrix_pool().release_chunks();

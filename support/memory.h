@@ -25,6 +25,11 @@ float (*alloc_RtMatrix(const float m[4][4]))[4];
 // A pooled transformation record: all zero when t is null, otherwise a copy
 // of *t whose matrix pairs are duplicated and whose shared bit is cleared.
 Transformation* alloc_TRANSFORMATION(const Transformation* t);
+// Gives a record made by alloc_TRANSFORMATION back to its pool at once,
+// with the matrices of its pairs, instead of at the sweep of its tag. The
+// caller must know that nothing else refers to the record or its matrices.
+// Items that are not pooled (or already free) are left alone.
+void free_TRANSFORMATION(Transformation* t);
 // A block of max(size, 4) bytes released by the sweep of its tag.
 void* alloc_param(int size);
 // Releases every pooled slot whose tag shares a bit with level & 7; with 0,
@@ -63,6 +68,10 @@ class TaggedPool {
     void sweep(int mask, void (*release)(void* item));
     // Frees the chunks themselves; the pool is empty again.
     void release_chunks();
+    // Frees one taken slot before its sweep and lets the search start again
+    // at its chunk; false (and nothing changes) when item is not a taken
+    // slot of this pool.
+    bool give_back(void* item);
 
     int chunk_count() const { return static_cast<int>(chunks_.size()); }
     int current_chunk() const { return current_; }
@@ -79,6 +88,8 @@ class TaggedPool {
         int first_free;  // no slot below this one is free
     };
     void* take_from(Chunk& chunk, int index, int tag);
+    // The chunk holding item and its slot there, or -1.
+    int find_chunk(const void* item, int* slot) const;
     bool add_chunk();
     unsigned char* item(const Chunk& chunk, int slot) const {
         return chunk.data + slot * item_size_;

@@ -1,26 +1,50 @@
 #!/bin/sh
-# Builds the reader benchmark in a Release build directory, generates the
-# standard benchmark files there if they are missing, and runs it on them.
+# Builds the program and the reader benchmark in a Release build directory,
+# builds the floor of RIB reading beside them, generates the standard
+# benchmark files at two sizes (half and full) if they are missing, and times
+# the program against the floor on every file, printing both times, their
+# ratio and the program's peak memory: the two sizes show whether memory
+# grows with the file.
 #
 # Usage: tools/run_bench.sh [--scale F] [tracery_bench options...]
-# --scale is handed to the generator (0.01 gives ~1 MB files for a quick run).
+# --scale F sets the larger size (default 1; the smaller is half of it), so
+# --scale 0.02 gives ~2 MB and ~1 MB files for a quick run. -n REPEATS is
+# handed to tracery_bench.
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
+shared="$root/../shared/bench"
 scale=1
 if [ "${1:-}" = "--scale" ]; then
     scale=$2
     shift 2
 fi
+half=$(python3 -c "import sys; print(float(sys.argv[1]) / 2)" "$scale")
 build="$root/build-bench"
-data="$build/benchdata"
-[ "$scale" = 1 ] || data="$build/benchdata-$scale"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DTRACERY_TESTS=OFF >/dev/null
-cmake --build "$build" --target tracery_bench -j2
-
-if [ ! -f "$data/mesh.rib" ] || [ ! -f "$data/many.rib" ] || [ ! -f "$data/patches.rib" ]; then
-    python3 "$root/../shared/bench/genrib.py" --out "$data" --scale "$scale"
+cmake --build "$build" --target tracery tracery_bench -j2
+if [ ! -x "$build/floor" ] || [ "$shared/floor.cpp" -nt "$build/floor" ]; then
+    ${CXX:-c++} -O2 -std=c++17 "$shared/floor.cpp" -o "$build/floor"
 fi
-cd "$data"
-exec env -u DISPLAY "$build/tracery_bench" "$@" mesh.rib many.rib patches.rib
+
+# The data directory of a scale (full size keeps the historical name).
+data_dir() {
+    if [ "$1" = 1 ] || [ "$1" = 1.0 ]; then echo "$build/benchdata"; else echo "$build/benchdata-$1"; fi
+}
+files=""
+for s in "$half" "$scale"; do
+    data=$(data_dir "$s")
+    if [ ! -f "$data/mesh.rib" ] || [ ! -f "$data/many.rib" ] || [ ! -f "$data/patches.rib" ]; then
+        python3 "$shared/genrib.py" --out "$data" --scale "$s"
+    fi
+    files="$files $data/mesh.rib $data/many.rib $data/patches.rib"
+done
+cd "$build"
+# The program draws each world block into its window, so it needs an X
+# server: a virtual one when there is no display.
+xvfb=""
+[ -n "${DISPLAY:-}" ] || xvfb="xvfb-run -a"
+# shellcheck disable=SC2086
+exec $xvfb "$build/tracery_bench" -floor "$build/floor" -program "$build/tracery" "$@" \
+    $(for f in $files; do echo "${f#"$build"/}"; done)

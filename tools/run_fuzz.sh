@@ -1,22 +1,37 @@
 #!/bin/sh
-# Builds the RIB reader's libFuzzer target with clang, AddressSanitizer and
-# UndefinedBehaviorSanitizer in build-fuzz, seeds a corpus from the shared
-# RIB files and the golden inputs, and fuzzes for the given time.
+# Builds a libFuzzer target with clang, AddressSanitizer and
+# UndefinedBehaviorSanitizer in build-fuzz, seeds its corpus and fuzzes for
+# the given time with one job.
 #
-# Usage: tools/run_fuzz.sh [SECONDS] [libFuzzer options...]
-# Findings are written to build-fuzz/fuzz-work/artifacts/.
+# Usage: tools/run_fuzz.sh [--preview] [SECONDS] [libFuzzer options...]
+#   (default)  the RIB reader target, inputs up to 64 KB, seeded with the
+#              shared RIB files and the golden inputs;
+#   --preview  the whole preview path (reading, tessellation, grid, dumps,
+#              PostScript), inputs up to 1 MB, seeded as above and with the
+#              benchmark generator's files at a small scale and every input
+#              kept under tests/fuzz.
+# Findings are written to build-fuzz/fuzz-work[-preview]/artifacts/.
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
+target=tracery_fuzz
+suffix=
+max_len=65536
+if [ "${1:-}" = "--preview" ]; then
+    target=tracery_fuzz_preview
+    suffix=-preview
+    max_len=1048576
+    shift
+fi
 seconds=${1:-60}
 [ $# -gt 0 ] && shift
 build="$root/build-fuzz"
-work="$build/fuzz-work"
+work="$build/fuzz-work$suffix"
 corpus="$work/corpus"
 
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
     -DTRACERY_FUZZ=ON -DTRACERY_SANITIZE=ON -DTRACERY_TESTS=OFF >/dev/null
-cmake --build "$build" --target tracery_fuzz -j2
+cmake --build "$build" --target "$target" -j2
 
 mkdir -p "$corpus" "$work/artifacts"
 # Seeds are copied into the build tree only, one flat name per source path.
@@ -24,23 +39,30 @@ seed() {
     name=$(printf '%s' "$2" | tr '/ ' '__')
     [ -f "$corpus/$name" ] || cp "$1" "$corpus/$name"
 }
-shared="$root/../shared/corpus/files"
-if [ -d "$shared" ]; then
-    (cd "$shared" && find . -type f) | while read -r path; do
-        seed "$shared/$path" "corpus_${path#./}"
+seed_tree() { # directory, name prefix, find conditions...
+    dir=$1
+    prefix=$2
+    shift 2
+    [ -d "$dir" ] || return 0
+    (cd "$dir" && find . -type f "$@") | while read -r path; do
+        seed "$dir/$path" "${prefix}_${path#./}"
     done
-fi
-if [ -d "$root/tests/golden/cases" ]; then
-    (cd "$root/tests/golden/cases" && find . -type f \( -name '*.rib' -o -name stdin \)) |
-        while read -r path; do
-            seed "$root/tests/golden/cases/$path" "golden_${path#./}"
-        done
+}
+seed_tree "$root/../shared/corpus/files" corpus
+seed_tree "$root/tests/golden/cases" golden \( -name '*.rib' -o -name '*.gz' -o -name stdin \)
+if [ "$target" = tracery_fuzz_preview ]; then
+    bench="$build/bench-seeds"
+    if [ ! -d "$bench" ]; then
+        python3 "$root/../shared/bench/genrib.py" --out "$bench" --scale 0.005 >/dev/null
+    fi
+    seed_tree "$bench" bench -name '*.rib'
+    seed_tree "$root/tests/fuzz" kept ! -name '*.cpp'
 fi
 
 # Run in the work directory (archive names resolve there, not in the
-# repository), without a display, with the reader's output silenced.
+# repository), without a display, with the program's output silenced.
 cd "$work"
 exec env -u DISPLAY ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1}" \
-    "$build/tracery_fuzz" -max_total_time="$seconds" -close_fd_mask=3 -max_len=65536 \
-    -timeout=20 -rss_limit_mb=4096 -print_final_stats=1 -artifact_prefix="$work/artifacts/" \
+    "$build/$target" -max_total_time="$seconds" -close_fd_mask=3 -max_len="$max_len" \
+    -timeout=30 -rss_limit_mb=3072 -print_final_stats=1 -artifact_prefix="$work/artifacts/" \
     "$@" "$corpus"

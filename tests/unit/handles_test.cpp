@@ -39,4 +39,21 @@ TEST(HandleTable, GrowthOrderOverwriteAndClear) {
     EXPECT_EQ(table.get(5), &values[5]);
 }
 
+// Many numbers, negative ones and ones sharing all their low bits among them,
+// each found with its own value; numbers never set are not found.
+TEST(HandleTable, ManyNumbersWithSharedLowBits) {
+    HandleTable table;
+    const int n = 50000;
+    for (int i = 0; i < n; ++i) {
+        int id = (i % 2 ? -i : i) * 1024;
+        table.set(id, &values[i % 20]);
+    }
+    EXPECT_EQ(table.count, n);
+    for (int i = 0; i < n; ++i) {
+        int id = (i % 2 ? -i : i) * 1024;
+        ASSERT_EQ(table.get(id), &values[i % 20]) << id;
+        ASSERT_EQ(table.find(id + 1), nullptr);
+    }
+}
+
 }  // namespace

@@ -95,4 +95,46 @@ TEST(HashTable, PrintstatsFormat) {
               "  1 extra chain walking steps (1.5 probes per lookup)\n");
 }
 
+int occupied_buckets(const HashTable& table) {
+    int used = 0;
+    for (unsigned int b = 0; b < table.size; ++b) used += table.buckets[b] != nullptr;
+    return used;
+}
+
+// A growing table made with 3 buckets takes 20000 names: every name is still
+// found, chains stay short, a shadowing duplicate keeps shadowing across the
+// redistributions, and the report describes the grown table.
+TEST(HashTable, GrowingTableRedistributesAndReportsTruthfully) {
+    HashTable table(3, true);
+    std::vector<std::string> names;
+    for (int i = 0; i < 20000; ++i) names.push_back("name" + std::to_string(i));
+    auto* older = new HashTableEntry("Cs");
+    table.insert(older, 0);
+    auto* shadow = new HashTableEntry("Cs");
+    table.insert(shadow, 1);
+    for (const std::string& name : names) table.insert(new HashTableEntry(name.c_str()), 0);
+
+    EXPECT_GE(table.size, table.entry_count());
+    EXPECT_GT(table.growths(), 5);
+    EXPECT_EQ(table.added, 20002);
+    EXPECT_EQ(table.distinct, occupied_buckets(table));  // no removals yet
+    for (const std::string& name : names) ASSERT_NE(table.find(name.c_str()), nullptr) << name;
+    EXPECT_LT(table.probes, 20000);  // under one extra step per lookup on average
+    EXPECT_EQ(table.find("Cs"), shadow);
+
+    table.popscope(0, 1);  // every entry has level 0
+    EXPECT_EQ(table.entry_count(), 0u);
+    EXPECT_EQ(occupied_buckets(table), 0);
+}
+
+// A table made without growth keeps its buckets however full it gets.
+TEST(HashTable, FixedTableKeepsItsSize) {
+    HashTable table(2);
+    const char* names[] = {"a", "b", "c", "d", "e"};
+    for (const char* name : names) table.insert(new HashTableEntry(name), 0);
+    EXPECT_EQ(table.size, 2u);
+    EXPECT_EQ(table.growths(), 0);
+    EXPECT_EQ(table.entry_count(), 5u);
+}
+
 }  // namespace

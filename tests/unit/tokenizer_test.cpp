@@ -7,12 +7,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "capture.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/memory.h"
@@ -323,6 +325,28 @@ TEST_F(TokenizerTest, ReadsAcrossBufferRefillsFromStdioAndDescriptors) {
     }
 }
 
+// Tokens are taken in place from the read buffer unless they reach its end:
+// every token kind is placed across the 64 KiB refill at every offset, and
+// must come out as it does away from the boundary, with the same line count
+// (the comment's newline uncounted).
+TEST_F(TokenizerTest, TokensAcrossTheRefillBoundaryMatchTokensInsideTheBuffer) {
+    const std::string tail =
+        "Sphere_2 -1.5e+3 \"quoted s\" # comment\n  [7] .5E-2\n\"open\n\"x\" -";
+    const Tokens expected("A1\" [1]1\"\"1", "Sphere_2|-1.5e+3|quoted s| |[|7|]|.5E-2|open|x|-");
+    const int chunk = 64 * 1024;
+    for (int shift = 1; shift < static_cast<int>(tail.size()); ++shift) {
+        feed(std::string(chunk - shift, '\n') + tail, true);
+        ASSERT_EQ(rest(), expected) << "shift " << shift;
+        ASSERT_EQ(RIB_lineno, chunk - shift + 2) << "shift " << shift;
+    }
+    EXPECT_EQ(errors_.count(), 0u);
+
+    std::vector<float> floats(3);
+    feed(std::string(chunk - 4, ' ') + "[1.25 -2e1 3]", true);
+    EXPECT_EQ(RIBparse_fvector(3, floats.data()), 0);
+    EXPECT_EQ(floats, (std::vector<float>{1.25f, -20.0f, 3.0f}));
+}
+
 // ---- Conversions ----
 
 TEST(RibNumberConversion, AtofAndAtoiMatchTheCLibraryAndSaturate) {
@@ -341,6 +365,54 @@ TEST(RibNumberConversion, AtofAndAtoiMatchTheCLibraryAndSaturate) {
     EXPECT_EQ(rib_atoi("-2147483648"), -2147483647 - 1);
     EXPECT_EQ(rib_atoi("2147483648"), 2147483647);
     EXPECT_EQ(rib_atoi("-99999999999999999999"), -2147483647 - 1);
+}
+
+// Numbers are converted straight from the token, short decimals without the
+// general conversion: every form must give the very float the text's atof
+// gives, bit for bit.
+TEST(RibNumberConversion, TokenConversionMatchesAtofBitForBit) {
+    std::mt19937 random(14);
+    auto digits = [&](int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i) out += char('0' + random() % 10);
+        return out;
+    };
+    std::vector<std::string> texts = {"0",
+                                      "-0",
+                                      "-0.0",
+                                      ".5",
+                                      "5.",
+                                      "-.",
+                                      "-",
+                                      ".",
+                                      "1e",
+                                      "1e+",
+                                      "7e22",
+                                      "7e23",
+                                      "1e-22",
+                                      "1e-23",
+                                      "00012",
+                                      "9007199254740993",
+                                      "123456789012345",
+                                      "0.1e1",
+                                      "3E-2"};
+    for (int i = 0; i < 200000; ++i) {
+        std::string text = (random() % 2) ? "-" : "";
+        text += digits(random() % 10);
+        if (random() % 3) text += "." + digits(random() % 12);
+        if (random() % 3 == 0) {
+            text += (random() % 2) ? "e" : "E";
+            if (random() % 2) text += (random() % 2) ? "-" : "+";
+            text += std::to_string(random() % 40);
+        }
+        texts.push_back(text);
+    }
+    for (const std::string& text : texts) {
+        const RibTokenView token{TOKEN_NUMBER, text.data(), static_cast<int>(text.size())};
+        const float fast = token_atof(token), slow = rib_atof(text.c_str());
+        ASSERT_EQ(std::memcmp(&fast, &slow, sizeof fast), 0) << text;
+        ASSERT_EQ(token_atoi(token), rib_atoi(text.c_str())) << text;
+    }
 }
 
 }  // namespace
