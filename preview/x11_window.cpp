@@ -125,6 +125,7 @@ void X11Window::create_window() {
                     reinterpret_cast<const unsigned char*>(WINDOW_TITLE), sizeof WINDOW_TITLE - 1);
     // Being closed by the window manager arrives as a message instead of a
     // broken connection.
+    wm_protocols_ = XInternAtom(display, "WM_PROTOCOLS", False);
     wm_delete_window_ = XInternAtom(display, "WM_DELETE_WINDOW", False);
     XSetWMProtocols(display, window, &wm_delete_window_, 1);
     XMapRaised(display, window);
@@ -235,7 +236,8 @@ bool X11Window::handle_wait_event(WaitEnd* end) {
             return event.xdestroywindow.window == window;
         case ClientMessage:
             *end = WaitEnd::CLOSED;
-            return static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_;
+            return event.xclient.message_type == wm_protocols_ &&
+                   static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_;
         default:
             return false;
     }

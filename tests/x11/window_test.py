@@ -65,12 +65,12 @@ def close_to(pixel, rgb):
 class Session:
     """A private X server, a scratch folder and the tools of one case."""
 
-    def __init__(self, tracery, xprobe):
+    def __init__(self, tracery, xprobe, depth):
         self.tracery, self.xprobe = tracery, xprobe
         self.folder = tempfile.mkdtemp(prefix="tracery-x11-")
         read_end, write_end = os.pipe()
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "640x480x24", "-nolisten",
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "640x480x%d" % depth, "-nolisten",
              "tcp", "-noreset"], pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
         with os.fdopen(read_end) as pipe:
@@ -245,6 +245,21 @@ def case_uncovered_window_is_redrawn(s):
     end_with_key(s, p, wid)
 
 
+def case_colour_fallback_when_the_colormap_is_full(s):
+    """On an 8-bit colormapped screen whose free cells are all taken, a
+    colour that cannot be allocated falls back to white or black, whichever
+    is nearer (white and black themselves are always in the map)."""
+    hog = subprocess.Popen([s.xprobe, "fill-colormap", "60"], env=s.env, stdout=subprocess.PIPE,
+                           text=True)
+    s.programs.append(hog)
+    check(hog.stdout.readline().startswith("ready"), "the colormap could not be filled")
+    p = s.start(SQUARE_SCENE % "", "-fg", "0.9", "0.8", "0.6", "-bg", "0.3", "0.2", "0.4")
+    wid, _, _ = s.find_window()
+    white, black = (255, 255, 255), (0, 0, 0)
+    check_picture(s.picture_with_outline(wid, white), white, black)
+    end_with_key(s, p, wid)
+
+
 def case_sync_paces_frames(s):
     frames = 6
     scene = "Format 200 100 1\n"
@@ -312,7 +327,8 @@ def main(argv):
     if len(argv) != 4 or argv[3] not in CASES:
         print(__doc__.strip(), file=sys.stderr)
         return 2
-    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]))
+    depth = 8 if "colormap" in argv[3] else 24
+    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), depth)
     try:
         CASES[argv[3]](session)
     except AssertionError as failure:
