@@ -67,8 +67,23 @@ bool read_list(NumberList<float>& list) {
     return list_follows() && RIBparse_unsized_fvector(&list.n, &list.data, &list.cap) == 0;
 }
 
+// One quoted string; anything else is pushed back (see list_follows).
+bool read_string(char* text) {
+    const int code = read_RIB_token(text);
+    if (code == TOKEN_STRING) return true;
+    RIBparse_return_token(text, code);
+    rib_syntax_error("Quoted string expected");
+    return false;
+}
+
 bool read_int(int* out) {
     char text[RIB_TOKEN_MAX];
+    const int code = read_RIB_token(text);
+    RIBparse_return_token(text, code);
+    if (code != TOKEN_NUMBER && code != '[') {
+        rib_syntax_error("Number expected");
+        return false;
+    }
     if (RIBparse_read_number(text) != 0) return false;
     *out = rib_atoi(text);
     return true;
@@ -91,6 +106,7 @@ bool read_strings(std::vector<std::string>& out) {
         return true;
     }
     if (code != '[') {
+        RIBparse_return_token(text, code);
         rib_syntax_error("Quoted string expected");
         return false;
     }
@@ -231,7 +247,7 @@ void read_subdivision_mesh(const char* keyword, bool hierarchical) {
     char scheme[RIB_TOKEN_MAX];
     NumberList<int> nverts, verts;
     TagLists tags;
-    if (RIBparse_quoted_string(scheme) != 0 || !read_list(nverts) || !read_list(verts) ||
+    if (!read_string(scheme) || !read_list(nverts) || !read_list(verts) ||
         !tags.read(hierarchical)) {
         return;
     }
@@ -288,8 +304,7 @@ void read_curves(const char* keyword) {
     char type[RIB_TOKEN_MAX];
     char wrap[RIB_TOKEN_MAX];
     NumberList<int> nvertices;
-    if (RIBparse_quoted_string(type) != 0 || !read_list(nvertices) ||
-        RIBparse_quoted_string(wrap) != 0) {
+    if (!read_string(type) || !read_list(nvertices) || !read_string(wrap)) {
         return;
     }
     PrimitiveList list;
