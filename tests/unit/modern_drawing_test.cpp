@@ -68,6 +68,17 @@ TEST_F(ModernDrawingTest, PointsAreSmallCrosses) {
                                               {384, 238, 384, 242}}));
 }
 
+TEST_F(ModernDrawingTest, InsideAMotionBlockOnlyTheFirstSampleIsDrawn) {
+    RtFloat first[] = {0, 0, 1};
+    RtFloat second[] = {64 * PIXEL, 0, 1};
+    RiMotionBegin(2, 0.0, 1.0);
+    RiPoints(1, "P", first, RI_NULL);
+    RiPoints(1, "P", second, RI_NULL);
+    RiMotionEnd();
+    EXPECT_EQ(segments, (std::vector<Segment>{{318, 240, 322, 240}, {320, 238, 320, 242}}));
+    EXPECT_EQ(capture.count(), 0u);
+}
+
 TEST_F(ModernDrawingTest, BlobbyDrawsTheTwelveEdgesOfItsBound) {
     RtInt code[] = {1001, 0};
     RtFloat flt[] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 3, 1};
