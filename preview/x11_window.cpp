@@ -190,32 +190,44 @@ void X11Window::draw_line(int x0, int y0, int x1, int y1) {
 // the window is destroyed, or the connection is lost, so the program never
 // waits on a window that is gone.
 X11Window::WaitEnd X11Window::wait_for_key_or_button() {
-    XEvent event;
+    WaitEnd end;
     while (!is_lost(display)) {
-        event.type = 0;
-        XNextEvent(display, &event);
-        if (is_lost(display)) break;
-        switch (event.type) {
-            case KeyPress:
-                return WaitEnd::KEY;
-            case ButtonPress:
-                return WaitEnd::BUTTON;
-            case Expose:
-                if (event.xexpose.count == 0) show();
-                break;
-            case DestroyNotify:
-                if (event.xdestroywindow.window == window) return WaitEnd::CLOSED;
-                break;
-            case ClientMessage:
-                if (static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_) {
-                    return WaitEnd::CLOSED;
-                }
-                break;
-            default:
-                break;
+        // Only queued events are taken: Xlib cannot return from a blocking
+        // XNextEvent on a broken connection, but XPending reports it.
+        while (XPending(display) > 0 && !is_lost(display)) {
+            if (handle_wait_event(&end)) return end;
         }
+        if (is_lost(display)) break;
+        pollfd fd{ConnectionNumber(display), POLLIN, 0};
+        poll(&fd, 1, -1);
+        // The server going away wakes the poll; XPending then notices.
+        if (fd.revents & (POLLHUP | POLLERR)) XPending(display);
     }
     return WaitEnd::CLOSED;
+}
+
+bool X11Window::handle_wait_event(WaitEnd* end) {
+    XEvent event;
+    XNextEvent(display, &event);
+    switch (event.type) {
+        case KeyPress:
+            *end = WaitEnd::KEY;
+            return true;
+        case ButtonPress:
+            *end = WaitEnd::BUTTON;
+            return true;
+        case Expose:
+            if (event.xexpose.count == 0) show();
+            return false;
+        case DestroyNotify:
+            *end = WaitEnd::CLOSED;
+            return event.xdestroywindow.window == window;
+        case ClientMessage:
+            *end = WaitEnd::CLOSED;
+            return static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_;
+        default:
+            return false;
+    }
 }
 
 // ---- The pixmap sink ----

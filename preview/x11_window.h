@@ -53,6 +53,8 @@ class X11Window {
     X11Window() = default;
     void create_window();
     void wait_until_mapped();
+    // Takes one queued event of the final wait; true when it ends the wait.
+    bool handle_wait_event(WaitEnd* end);
     Atom wm_delete_window_ = 0;
 };
 

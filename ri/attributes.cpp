@@ -119,9 +119,15 @@ bool is_standard_basis(const float (*basis)[4]) {
 
 // A standard basis is kept by address; any other is copied into a pooled
 // matrix that lives as long as the current level. Keeps old when the pool
-// cannot give a matrix.
+// cannot give a matrix. A basis equal bit for bit to the stored copy keeps
+// that copy: a stream that repeats its Basis request without end (the pooled
+// matrices live until the frame ends) then reads in flat memory.
 float (*stored_basis(RtBasis basis, float (*old)[4]))[4] {
     if (is_standard_basis(basis)) return basis;
+    if (old != nullptr && !is_standard_basis(old) &&
+        std::memcmp(old, basis, sizeof(RtBasis)) == 0) {
+        return old;
+    }
     float(*copy)[4] = alloc_RtMatrix(basis);
     return copy ? copy : old;
 }
@@ -184,6 +190,7 @@ GState::GState(const GState* parent) {
     vstep = RI_BEZIERSTEP;
     reserved_byte = 0;
     shared_ref = nullptr;
+    trim_loops = nullptr;
 }
 
 void* GState::operator new(size_t) noexcept {

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "math/derived_matrices.h"
 #include "math/matrix.h"
 #include "math/vector.h"
 #include "ri/renderer.h"
@@ -77,6 +78,21 @@ void concat_first_time(Transformation* t) {
     concat_if_present(t->inverse0, xform_scratch_inverse, 0);
     concat_if_present(t->normal0, xform_scratch_normal, 1);
     concat_if_present(t->transpose0, xform_scratch_transpose, 0);
+}
+
+// The first-time set of a record that is not moving, outside motion blocks:
+// the matrix itself now, its derived matrices when they are read.
+void concat_first_time_deferred(Transformation* t) {
+    if (!t->matrix0) {
+        t->matrix0 = alloc_RtMatrix(xform_scratch);
+        t->inverse0 = alloc_RtMatrix(nullptr);
+        t->normal0 = alloc_RtMatrix(nullptr);
+        t->transpose0 = alloc_RtMatrix(nullptr);
+        defer_derived_matrices(t, xform_scratch, true);
+        return;
+    }
+    concat_if_present(t->matrix0, xform_scratch, 1);
+    defer_derived_matrices(t, xform_scratch, false);
 }
 
 void concat_second_time(Transformation* t) {
@@ -161,20 +177,31 @@ float (*xform_scratch_matrix())[4] {
     return xform_scratch;
 }
 
+// The determinant decides the handedness bit at once; the inverse, normal
+// and transpose of M are only needed at once inside motion blocks and for
+// moving records, and are otherwise deferred (math/derived_matrices.h).
 void apply_xform(int rotation_flag) {
     if (block_level < 1) RMError(RIE_NOTATTRIBS, RIE_ERROR, nullptr);
-    matrix_transpose(xform_scratch_transpose, xform_scratch);
-    float det = matrix_invert(xform_scratch_inverse, xform_scratch);
-    matrix_transpose(xform_scratch_normal, xform_scratch_inverse);
-
     Transformation* t = writable_curxform();
     if (!t) return;
+    const bool deferred = motion_level <= 0 && !(t->flags & XFORM_MOVING);
+    float det;
+    if (deferred) {
+        det = matrix_determinant(xform_scratch);
+    } else {
+        settle_derived_matrices(t);
+        matrix_transpose(xform_scratch_transpose, xform_scratch);
+        det = matrix_invert(xform_scratch_inverse, xform_scratch);
+        matrix_transpose(xform_scratch_normal, xform_scratch_inverse);
+    }
     if (!rotation_flag) t->flags &= ~XFORM_ROTATION;
     // As the steps run in this order, a sample refused below still toggles
     // the handedness bit.
     if (det < 0.0f) t->flags ^= XFORM_FLIPPED;
 
-    if (motion_level <= 0) {
+    if (deferred) {
+        concat_first_time_deferred(t);
+    } else if (motion_level <= 0) {
         concat_first_time(t);
         if (t->flags & XFORM_MOVING) concat_second_time(t);
     } else if (motion_level == 1) {
@@ -384,6 +411,7 @@ RtVoid RiMotionBeginV(RtInt n, RtFloat times[]) {
                 RMError(RIE_BADMOTION, RIE_ERROR, "Times do not match");
         } else {
             // Changed in place even when shared.
+            settle_derived_matrices(t);
             t->matrix1 = alloc_RtMatrix(t->matrix0);
             t->inverse1 = alloc_RtMatrix(t->inverse0);
             t->normal1 = alloc_RtMatrix(t->normal0);

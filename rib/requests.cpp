@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "driver/globals.h"
-#include "rib/input_files.h"
 #include "rib/modern_geometry.h"
 #include "rib/parameters.h"
+#include "rib/rib_files.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
@@ -314,7 +314,7 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF || code == TOKEN_END) return;
+        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
         switch (code) {
             case '\n':
             case '\r':
@@ -325,6 +325,14 @@ void read_requests(const char* searchpath) {
                 break;
             case TOKEN_IDENTIFIER:
                 select_and_dispatch(token, &frame);
+                break;
+            case TOKEN_END:
+                // A byte 255 with more input after it (at the end of input
+                // the end flag is set, and the loop has already ended). This
+                // departs from taking every 255 for the end of the file: the
+                // byte is reported as a syntax error and skipped, and the
+                // rest of the file is read.
+                rib_syntax_error("unexpected byte 255");
                 break;
             default:
                 report_stray(code);

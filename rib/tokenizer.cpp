@@ -89,9 +89,8 @@ inline bool ends_string(int c) {
 
 // ---- Reading characters ----
 
-// The one place where the read buffer is filled from the stream; returns the
-// number of bytes read, 0 at end of input (a read error counts as end of
-// input).
+// Fills the read buffer; returns the number of bytes read, 0 at end of input
+// (a read error counts as end of input).
 int fill_buffer() {
     if (current.descriptor >= 0) {
         for (;;) {

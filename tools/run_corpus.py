@@ -1,14 +1,17 @@
 #!/usr/bin/env python3
 """Runs tracery on every file of the shared RIB corpus and fails on a crash.
 
-Usage: run_corpus.py BINARY [CORPUS_DIR]
+Usage: run_corpus.py [--display] BINARY [CORPUS_DIR]
 
 Each file is run as `BINARY -nowait FILE` from the file's own folder (archive
 names in the corpus are relative to it), with standard input empty, no X
 display and a time limit. The run fails, naming the file, when the program
 is killed by a signal, runs out of time, or a sanitizer reports on standard
 error. The exit status of the program is not judged: bad input is reported
-and the program goes on. Without a corpus (../shared/corpus/files from the
+and the program goes on. With --display the X display of the environment is
+kept, so that every file is drawn into its window (run it under xvfb-run);
+without it the program stops at the first world for want of a display.
+Without a corpus (../shared/corpus/files from the
 repository root) the run is skipped with a message.
 """
 import os
@@ -27,8 +30,8 @@ def corpus_files(corpus):
             yield os.path.join(folder, name)
 
 
-def environment():
-    env = {k: v for k, v in os.environ.items() if k != "DISPLAY"}
+def environment(keep_display):
+    env = {k: v for k, v in os.environ.items() if keep_display or k != "DISPLAY"}
     env["HOME"] = "/nonexistent"  # no start-up file
     env["LC_ALL"] = "C"
     return env
@@ -53,6 +56,9 @@ def run_one(binary, path, env):
 
 
 def main(argv):
+    keep_display = len(argv) > 1 and argv[1] == "--display"
+    if keep_display:
+        argv = argv[:1] + argv[2:]
     if len(argv) not in (2, 3):
         print(__doc__.strip(), file=sys.stderr)
         return 2
@@ -61,7 +67,7 @@ def main(argv):
     if not os.path.isdir(corpus):
         print("corpus not found at %s: skipped" % corpus)
         return 0
-    env = environment()
+    env = environment(keep_display)
     failures = []
     count = 0
     for path in corpus_files(corpus):

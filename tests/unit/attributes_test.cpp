@@ -74,6 +74,13 @@ TEST_F(Attributes, StackHolds128LevelsOfCopiedStates) {
     EXPECT_EQ(state->ustep, 1);
     EXPECT_EQ(state->vstep, 300 - 256);  // steps wrap as bytes
     EXPECT_EQ(root->ubasis, RiBezierBasis);
+    float(*stored)[4] = state->vbasis;
+    RiBasis(RiBSplineBasis, 1, custom, 3);  // the same values again keep the copy
+    EXPECT_EQ(state->vbasis, stored);
+    custom[0][0] = -1;
+    RiBasis(custom, 1, RiBSplineBasis, 3);  // other values make a new one
+    EXPECT_FLOAT_EQ(state->ubasis[0][0], -1);
+    EXPECT_FLOAT_EQ(stored[0][0], 1);
     RiAttributeEnd();
     EXPECT_EQ(renderer->gstate, root);
     EXPECT_EQ(renderer->gstate->ustep, 3);

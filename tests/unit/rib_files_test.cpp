@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "rib/input_files.h"
+#include "rib/rib_files.h"
 #include "state_fixture.h"
 #include "support/declarations.h"
 

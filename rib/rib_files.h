@@ -1,8 +1,8 @@
 // Opening the files the reader is asked to read: only streams that end
 // (regular files) or that someone else feeds (pipes, sockets) are opened;
 // directories and devices are refused with a report.
-#ifndef TRACERY_RIB_INPUT_FILES_H
-#define TRACERY_RIB_INPUT_FILES_H
+#ifndef TRACERY_RIB_RIB_FILES_H
+#define TRACERY_RIB_RIB_FILES_H
 
 #include <cstdio>
 
@@ -11,4 +11,4 @@
 // failure is reported through the error handler.
 FILE* open_rib_file(const char* filename, bool report);
 
-#endif  // TRACERY_RIB_INPUT_FILES_H
+#endif  // TRACERY_RIB_RIB_FILES_H

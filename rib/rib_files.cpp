@@ -1,6 +1,6 @@
 // Opening the files the reader is asked to read, with the refusal of
 // directories and devices.
-#include "rib/input_files.h"
+#include "rib/rib_files.h"
 
 #include <sys/stat.h>
 
