@@ -7,6 +7,8 @@
 
 #include "driver/globals.h"
 #include "rib/modern_geometry.h"
+#include "rib/conditionals.h"
+#include "rib/modern_requests.h"
 #include "rib/parameters.h"
 #include "rib/rib_files.h"
 #include "rib/tokenizer.h"
@@ -142,6 +144,42 @@ REACTION reactions[] = {
     modern_geometry_row("NuCurves", RiNuCurvesV),
     modern_geometry_row("Points", RiPointsV),
     modern_geometry_row("Blobby", RiBlobbyV),
+    // Newer requests, read by their own readers (rib/modern_requests.cpp):
+    // conditional blocks, inline archives and procedurals, then the requests
+    // that are read, checked and ignored.
+    modern_request_row("IfBegin"),
+    modern_request_row("ElseIf"),
+    modern_request_row("Else"),
+    modern_request_row("IfEnd"),
+    modern_request_row("ArchiveBegin"),
+    modern_request_row("ArchiveEnd"),
+    modern_request_row("Procedural"),
+    modern_request_row("Procedural2"),
+    modern_request_row("ScopedCoordinateSystem"),
+    modern_request_row("System"),
+    modern_request_row("Resource"),
+    modern_request_row("ResourceBegin"),
+    modern_request_row("ResourceEnd"),
+    modern_request_row("ShaderLayer"),
+    modern_request_row("ConnectShaderLayers"),
+    modern_request_row("DisplayChannel"),
+    modern_request_row("Camera"),
+    modern_request_row("ClippingPlane"),
+    modern_request_row("MakeBrickMap"),
+    modern_request_row("Bxdf"),
+    modern_request_row("Pattern"),
+    modern_request_row("Integrator"),
+    modern_request_row("Light"),
+    modern_request_row("DisplayFilter"),
+    modern_request_row("SampleFilter"),
+    modern_request_row("PixelSampleImager"),
+    modern_request_row("Shader"),
+    modern_request_row("EditBegin"),
+    modern_request_row("EditEnd"),
+    modern_request_row("EditAttributeBegin"),
+    modern_request_row("EditAttributeEnd"),
+    modern_request_row("EditWorldBegin"),
+    modern_request_row("EditWorldEnd"),
     {nullptr, nullptr, 0, nullptr, 0},
 };
 
@@ -401,7 +439,9 @@ int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     if (RIBparse_open_stream(f, name) != 0) return -1;
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
+    conditionals_stream_begin();
     if (end_frame >= -1) read_requests(searchpath);
+    conditionals_stream_end();
     current_searchpath = outer_searchpath;
     RIBparse_close_stream();
     return 0;
