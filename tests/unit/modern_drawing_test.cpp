@@ -6,6 +6,7 @@
 
 #include "drawing_fixture.h"
 #include "preview/x11_previewer.h"
+#include "spline_reference.h"
 
 namespace {
 
@@ -56,6 +57,23 @@ TEST_F(ModernDrawingTest, CubicCurveDrawsTwiceTheDetailLinesPerSegment) {
     EXPECT_EQ(drawn(), 16u);
     EXPECT_EQ(segments.front()[0], 320);          // starts on the first control point
     EXPECT_EQ(segments.back()[2], 320 + 6 * 64);  // ends on the last
+}
+
+TEST_F(ModernDrawingTest, DrawnBSplineFollowsCoxDeBoorOnTheRaster) {
+    detail_level = 4;  // eight lines a segment
+    RiBasis(RiBSplineBasis, RI_BSPLINESTEP, RiBSplineBasis, RI_BSPLINESTEP);
+    const std::vector<float> cps = {0, 0, 1, 1, 2, 1, 3, 2, 1, 4, -1, 1, 6, 0, 1, 7, 3, 1, 9, 1, 1};
+    RtInt nv[] = {7};
+    RiCurves("cubic", 1, nv, "nonperiodic", "P", cps.data(), RI_NULL);
+    ASSERT_EQ(segments.size(), 32u);
+    // The uniform cubic B-spline of seven points lives on u in [3, 7]; each
+    // segment ends at u = 3 + (k + 1) / 8, mapped as the raster maps it.
+    const std::vector<double> knots = uniform_knots(11);
+    for (int k = 0; k < 32; k++) {
+        const std::vector<double> p = spline_point(knots, 4, cps, 3, 3 + (k + 1) / 8.0);
+        EXPECT_NEAR(segments[size_t(k)][2], 320 + p[0] / PIXEL, 1.0) << k;
+        EXPECT_NEAR(segments[size_t(k)][3], 240 - p[1] / PIXEL, 1.0) << k;
+    }
 }
 
 TEST_F(ModernDrawingTest, PointsAreSmallCrosses) {
