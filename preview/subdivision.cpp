@@ -70,6 +70,34 @@ bool scheme_known(const char* scheme) {
             std::strcmp(scheme, "bilinear") == 0);
 }
 
+// Most vertices of a face and faces around a vertex handed to the library:
+// it refuses more than 65535, and builds its topology in a time that grows
+// with the square of a vertex's faces.
+constexpr int VALENCE_MAX = 4096;
+
+// A vertex named twice among the n of a face, or -1.
+int repeated_vertex(const int* v, int n) {
+    std::vector<int> sorted(v, v + n);
+    std::sort(sorted.begin(), sorted.end());
+    const auto twice = std::adjacent_find(sorted.begin(), sorted.end());
+    return twice == sorted.end() ? -1 : *twice;
+}
+
+// No vertex is shared by more than VALENCE_MAX faces (the indices fit).
+void check_valences(const SubdivisionInput& m, Problem* problem) {
+    std::vector<int> faces_around(size_t(m.npoints), 0);
+    const int* v = m.vertices;
+    for (int f = 0; f < m.nfaces; v += m.nvertices[f], f++) {
+        for (int k = 0; k < m.nvertices[f]; k++) {
+            if (++faces_around[size_t(v[k])] > VALENCE_MAX) {
+                set_problem(problem, "vertex %d is shared by more than %d faces", v[k],
+                            VALENCE_MAX);
+                return;
+            }
+        }
+    }
+}
+
 // Faces have three vertices at least (exactly three under "loop"), each an
 // index into P, none twice.
 void check_faces(const SubdivisionInput& m, Problem* problem) {
@@ -77,7 +105,7 @@ void check_faces(const SubdivisionInput& m, Problem* problem) {
     const int* v = m.vertices;
     for (int f = 0; f < m.nfaces && !problem->found(); v += m.nvertices[f], f++) {
         const int n = m.nvertices[f];
-        if (n < 3 || (loop && n != 3)) {
+        if (n < 3 || (loop && n != 3) || n > VALENCE_MAX) {
             set_problem(problem, "face %d has %d vertices", f, n);
             return;
         }
@@ -87,11 +115,14 @@ void check_faces(const SubdivisionInput& m, Problem* problem) {
                             v[k], f, m.npoints);
                 return;
             }
-            for (int j = 0; j < k; j++) {
-                if (v[j] == v[k]) set_problem(problem, "face %d uses vertex %d twice", f, v[k]);
-            }
+        }
+        const int repeated = repeated_vertex(v, n);
+        if (repeated >= 0) {
+            set_problem(problem, "face %d uses vertex %d twice", f, repeated);
+            return;
         }
     }
+    if (!problem->found()) check_valences(m, problem);
 }
 
 std::unordered_set<uint64_t> mesh_edges(const SubdivisionInput& m) {

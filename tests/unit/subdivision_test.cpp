@@ -171,6 +171,26 @@ TEST(SubdivisionTest, MeshesThatDoNotFitAreReportedAndGiveTheirCage) {
     }
 }
 
+TEST(SubdivisionTest, VertexOfTooManyFacesIsNotHandedToTheRefiner) {
+    // A fan of 5000 triangles round vertex 0: the library would spend time
+    // growing with the square of that valence.
+    Mesh fan;
+    fan.sizes.assign(5000, 3);
+    fan.faces.clear();
+    fan.points = {0, 0, 0};
+    for (int i = 0; i < 5000; i++) {
+        fan.faces.insert(fan.faces.end(), {0, i + 1, (i + 1) % 5000 + 1});
+        fan.points.insert(fan.points.end(), {float(i), 1, 0});
+    }
+    ScopedErrorCapture capture;
+    RefinedMesh m;
+    refine_subdivision_mesh(fan.input(), 4, &m);
+    EXPECT_EQ(capture.messages(),
+              std::vector<std::string>{"SubdivisionMesh: vertex 0 is shared by more than 4096 "
+                                       "faces; drawn as its control cage"});
+    EXPECT_EQ(m.face_sizes.size(), 5000u);
+}
+
 TEST(SubdivisionTest, UnknownTagIsAWarningAndTheMeshIsStillRefined) {
     ScopedErrorCapture capture;
     Mesh mesh;
