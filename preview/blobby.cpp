@@ -45,7 +45,9 @@ int leaf_floats(int op) {
         case LEAF_SEGMENT:
             return 23;
         default:
-            return 4;  // the repelling plane's A, B, C, D
+            // The repelling plane's parameters start there; how many it
+            // reads varies between renderers, so only the first is checked.
+            return 1;
     }
 }
 

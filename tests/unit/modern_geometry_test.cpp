@@ -125,7 +125,7 @@ TEST_F(ModernGeometryTest, NuCurvesPointsAndBlobbyAreSized) {
 }
 
 TEST(BlobbyTest, ProgramsAreCheckedInstructionByInstruction) {
-    const std::vector<int> good = {1001, 0, 1002, 16, 1003, 0, 39, 0, 3, 0, 1, 2, 6, 3};
+    const std::vector<int> good = {1001, 0, 1002, 16, 1003, 0, 42, 0, 3, 0, 1, 2, 6, 3};
     EXPECT_EQ(blobby_problem(3, int(good.size()), good.data(), 43, 1), nullptr);
     EXPECT_STREQ(blobby_problem(2, int(good.size()), good.data(), 43, 1),
                  "the number of leaves is not nleaf");
