@@ -10,9 +10,8 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstring>
-#include <vector>
 
-#include "preview/wire.h"
+#include "preview/bound_box.h"
 #include "ri/ri.h"
 #include "ri/transforms.h"
 #include "support/error.h"
@@ -158,23 +157,6 @@ void segment_bound(const float* f, float bound[6]) {
     }
 }
 
-void draw_box(const float b[6]) {
-    std::vector<float> corners;
-    for (int corner = 0; corner < 8; corner++) {
-        corners.push_back(b[(corner & 1) ? 1 : 0]);
-        corners.push_back(b[(corner & 2) ? 3 : 2]);
-        corners.push_back(b[(corner & 4) ? 5 : 4]);
-    }
-    project_points(corners.data(), 8);
-    std::vector<uint64_t> edges;
-    for (uint32_t a = 0; a < 8; a++) {
-        for (uint32_t bit = 1; bit < 8; bit <<= 1) {
-            if (!(a & bit)) edges.push_back(edge_key(a, a | bit));
-        }
-    }
-    draw_projected_edges(corners.data(), edges);
-}
-
 }  // namespace
 
 const char* blobby_problem(int nleaf, int ncode, const int code[], int nflt, int nstr) {
@@ -230,7 +212,7 @@ RtVoid RiBlobbyV(RtInt nleaf, RtInt ncode, RtInt code[], RtInt nflt, RtFloat flt
         return;
     }
     float bound[6];
-    if (blobby_bound(ncode, code, flt, bound)) draw_box(bound);
+    if (blobby_bound(ncode, code, flt, bound)) draw_bound_box(bound);
 }
 
 RtVoid RiBlobby(RtInt nleaf, RtInt ncode, RtInt code[], RtInt nflt, RtFloat flt[], RtInt nstr,
