@@ -139,6 +139,12 @@ bool inline_archive_defined(const char* name) {
     return name != nullptr && archives.count(name) != 0;
 }
 
+long long inline_archive_size(const char* name) {
+    if (name == nullptr) return 0;
+    auto found = archives.find(name);
+    return found == archives.end() ? 0 : static_cast<long long>(found->second.text.size());
+}
+
 // The text is copied for the replay: a replay may record an archive of the
 // same name over the one being read.
 void replay_inline_archive(const char* name, const char* searchpath, int echo) {

@@ -2,6 +2,8 @@
 // lights, objects, motion, error handlers, ...), the texture-making requests,
 // structure comments, ReadArchive, the filter names, and the light and object
 // number tables of the reader.
+#include <sys/stat.h>
+
 #include <cstring>
 #include <vector>
 
@@ -34,6 +36,19 @@ float* hint_values = nullptr;
 int hint_capacity = 0;
 
 int archive_depth = 0;
+
+// Archives read inside the outermost one under way, in number and bytes,
+// and whether running past the budget has been reported. The depth bound
+// alone leaves the work exponential: an archive that reads itself twice, or
+// a chain of archives that each read the next twice, doubles it at every
+// level.
+long long nested_reads = 0;
+long long nested_bytes = 0;
+bool nested_budget_reported = false;
+// Whether an archive nested too deeply has been reported inside the
+// outermost read under way: one report for a runaway recursion, not one per
+// branch of it.
+bool nested_depth_reported = false;
 
 bool read_string(char* text) {
     return RIBparse_quoted_string(text) == 0;
@@ -422,6 +437,43 @@ RtVoid RiReadArchive(RtToken name, RtArchiveCallback callback, ...) {
 // recorded earlier is replayed instead of looking for a file. The callback
 // and the parameters are not used. Nesting is bounded so that an archive
 // that reads itself ends with a report.
+long long archive_nested_reads_max = 100000;
+long long archive_nested_bytes_max = 1LL << 30;
+
+namespace {
+
+long long archive_bytes(const char* name, bool recorded, const char* path) {
+    if (recorded) return inline_archive_size(name);
+    struct stat info;
+    return stat(path, &info) == 0 && S_ISREG(info.st_mode) ? static_cast<long long>(info.st_size)
+                                                           : 0;
+}
+
+// Counts one archive read against the budget of the outermost read under
+// way (an outermost read starts a new budget); false when it is spent.
+bool within_nested_budget(const char* name, bool recorded, const char* path) {
+    if (archive_depth == 0) {
+        nested_reads = nested_bytes = 0;
+        nested_budget_reported = nested_depth_reported = false;
+        return true;
+    }
+    nested_reads++;
+    nested_bytes += archive_bytes(name, recorded, path);
+    if (nested_reads <= archive_nested_reads_max && nested_bytes <= archive_nested_bytes_max) {
+        return true;
+    }
+    if (!nested_budget_reported) {
+        nested_budget_reported = true;
+        QuillError(RIE_LIMIT, RIE_ERROR,
+                   "ReadArchive: archives read inside one archive exceed %lld reads or %lld "
+                   "bytes; %s and the rest skipped",
+                   archive_nested_reads_max, archive_nested_bytes_max, name);
+    }
+    return false;
+}
+
+}  // namespace
+
 RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPointer[]) {
     const char* path = block_level != 0 && renderer ? renderer->include_path : nullptr;
     const bool recorded = inline_archive_defined(name);
@@ -432,8 +484,12 @@ RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPoint
         return;
     }
     if (drawing_on == 0) return;
+    if (!within_nested_budget(name, recorded, found.data())) return;
     if (archive_depth >= RIB_ARCHIVE_DEPTH_MAX) {
-        QuillError(RIE_LIMIT, RIE_ERROR, "ReadArchive nested too deeply: %s", name);
+        if (!nested_depth_reported) {
+            QuillError(RIE_LIMIT, RIE_ERROR, "ReadArchive nested too deeply: %s", name);
+        }
+        nested_depth_reported = true;
         return;
     }
     RibStreamState saved;
