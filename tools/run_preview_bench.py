@@ -102,7 +102,7 @@ def dump_bytes(tracery, data, name):
 
 def main():
     if not os.environ.get("DISPLAY"):
-        os.execvp("xvfb-run", ["xvfb-run", "-a", sys.executable] + sys.argv)
+        os.execvp("xvfb-run", ["xvfb-run", "-a", "-s", "-screen 0 1280x1024x24 -noreset", sys.executable] + sys.argv)
     scale, repeats = arguments()
     build_dir = os.path.join(ROOT, "build-bench")
     data = os.path.join(build_dir, "benchdata" if scale == "1" else "benchdata-" + scale)
