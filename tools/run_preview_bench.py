@@ -4,26 +4,33 @@ files, beside the reader-only figure.
 
 Usage: tools/run_preview_bench.py [--scale F] [--repeats N]
 
-Builds tracery and the reader benchmark in build-bench (Release), generates
-mesh.rib, many.rib and patches.rib there if they are missing (--scale is
-handed to the generator; 0.01 gives ~1 MB files for a quick run), and for
-each file prints, as the median of N runs:
+Builds tracery in build-bench (Release) and the floor of RIB reading beside
+it (../shared/bench/floor.cpp: it only splits tokens and converts numbers),
+generates mesh.rib, many.rib and patches.rib there if they are missing
+(--scale is handed to the generator; 0.01 gives ~1 MB files for a quick
+run), and for each file prints, as the median of N runs:
 
-  read    MB/s of the reader alone (tracery_bench, primitives not drawn)
-  preview MB/s of `tracery -nowait FILE` drawing into its window, and its
-          ratio to the reader figure (the goal is at least 0.75)
-  dumptri MB/s read by `tracery -dumptri FILE >/dev/null` and MB/s of
+  floor   MB/s of the floor reading the file
+  preview MB/s of `tracery -nowait FILE` reading and drawing into its window,
+          and its ratio to the floor
+  dumptri MB/s read by `tracery -nowait -dumptri FILE >/dev/null` and MB/s of
           diced RIB written (the goal is at least 100)
+
+Times are the processes' own processor time (user + system), as the reader
+benchmark (tools/run_bench.sh) takes them, so that other work on the machine
+does not count; the X server's share of the drawing is not included. Put
+the ratios beside those of tools/run_bench.sh, whose program runs are the
+same `tracery -nowait FILE` (its ratio there is the reader's figure).
 
 Without a DISPLAY the script runs itself again under xvfb-run, so the
 window is a real one on a virtual X server. The machines are noisy:
 compare ratios taken in one run, not absolute figures across runs.
 """
 import os
+import resource
 import statistics
 import subprocess
 import sys
-import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FILES = ("mesh.rib", "many.rib", "patches.rib")
@@ -45,8 +52,13 @@ def arguments():
 def build(build_dir):
     subprocess.run(["cmake", "-S", ROOT, "-B", build_dir, "-DCMAKE_BUILD_TYPE=Release",
                     "-DTRACERY_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", build_dir, "--target", "tracery", "tracery_bench",
-                    "-j2"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", build_dir, "--target", "tracery", "-j2"], check=True,
+                   stdout=subprocess.DEVNULL)
+    floor = os.path.join(build_dir, "floor")
+    source = os.path.join(ROOT, "..", "shared", "bench", "floor.cpp")
+    if not os.path.exists(floor) or os.path.getmtime(source) > os.path.getmtime(floor):
+        subprocess.run([os.environ.get("CXX", "c++"), "-O2", "-std=c++17", source, "-o", floor],
+                       check=True)
 
 
 def generate(data, scale):
@@ -62,17 +74,17 @@ def environment():
     return env
 
 
+def children_seconds():
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
 def timed_run(command, cwd, stdout):
-    start = time.perf_counter()
+    """Processor seconds (user + system) of one run."""
+    start = children_seconds()
     subprocess.run(command, cwd=cwd, stdin=subprocess.DEVNULL, stdout=stdout,
                    stderr=subprocess.DEVNULL, env=environment(), check=False)
-    return time.perf_counter() - start
-
-
-def reader_rate(bench, data, name, repeats):
-    out = subprocess.run([bench, "-n", str(repeats), name], cwd=data, check=True,
-                         capture_output=True, text=True, env=environment()).stdout
-    return float(out.split()[1])
+    return children_seconds() - start
 
 
 def dump_bytes(tracery, data, name):
@@ -97,12 +109,14 @@ def main():
     build(build_dir)
     generate(data, scale)
     tracery = os.path.join(build_dir, "tracery")
-    bench = os.path.join(build_dir, "tracery_bench")
-    print("%-12s %9s %9s %7s %9s %11s" % ("file", "read", "preview", "ratio", "dumptri",
+    floor = os.path.join(build_dir, "floor")
+    print("%-12s %9s %9s %7s %9s %11s" % ("file", "floor", "preview", "ratio", "dumptri",
                                           "written"))
     for name in FILES:
         megabytes = os.path.getsize(os.path.join(data, name)) / 1e6
-        read = reader_rate(bench, data, name, repeats)
+        with open(os.devnull, "wb") as null:
+            read = megabytes / statistics.median(
+                timed_run([floor, name], data, null) for _ in range(repeats))
         preview = statistics.median(
             timed_run([tracery, "-nowait", name], data, subprocess.DEVNULL)
             for _ in range(repeats))
