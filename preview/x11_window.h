@@ -6,7 +6,9 @@
 
 #include <X11/Xlib.h>
 
+#include <cstdint>
 #include <memory>
+#include <unordered_map>
 
 #include "preview/line_sink.h"
 
@@ -57,6 +59,20 @@ class X11Window {
     bool handle_wait_event(WaitEnd* end);
     Atom wm_protocols_ = 0;
     Atom wm_delete_window_ = 0;
+    // Pixels already allocated, by their 16-bit red, green and blue: a scene
+    // that gives Color before every primitive would otherwise wait for the
+    // server's answer to XAllocColor each time. Allocating a colour again
+    // gives the pixel it gave before, so the cache changes no pixel.
+    std::unordered_map<uint64_t, unsigned long> pixel_cache_;
+    // On a TrueColor screen with eight bits a channel (nearly every screen
+    // today, the virtual ones included) the pixel of a colour is its top
+    // eight bits of each channel in place, which is what the server's
+    // XAllocColor answers there; it is then made here, with no round trip to
+    // the server at all, as a scene may give a new colour for every object.
+    bool truecolor_888_ = false;
+    unsigned long channel_shift_[3] = {0, 0, 0};
+    unsigned long cached_pixel(const float rgb[3]);
+    void note_visual();
 };
 
 // The sink that draws into the window's pixmap; the window is shown at each
