@@ -116,7 +116,6 @@ std::unique_ptr<X11Window> X11Window::open(const char* display_name, int width, 
 
 void X11Window::create_window() {
     screen = DefaultScreen(display);
-    note_visual();
     foreground_pixel = alloc_color(display, fg_color);
     background_pixel = alloc_color(display, bg_color);
     window = XCreateSimpleWindow(display, RootWindow(display, screen), 0, 0, width, height, 0,
@@ -189,34 +188,35 @@ void X11Window::show() {
 namespace {
 
 // Whether mask is eight contiguous bits; *shift receives the lowest.
-bool eight_bit_channel(unsigned long mask, unsigned long* shift) {
+bool eight_bit_channel(unsigned long mask, int* shift) {
     if (mask == 0) return false;
-    *shift = static_cast<unsigned long>(__builtin_ctzl(mask));
+    *shift = __builtin_ctzl(mask);
     return mask >> *shift == 0xff;
 }
 
 }  // namespace
 
-void X11Window::note_visual() {
-    const Visual* visual = DefaultVisual(display, screen);
-    truecolor_888_ = visual->c_class == TrueColor && visual->bits_per_rgb == 8 &&
-                     eight_bit_channel(visual->red_mask, &channel_shift_[0]) &&
-                     eight_bit_channel(visual->green_mask, &channel_shift_[1]) &&
-                     eight_bit_channel(visual->blue_mask, &channel_shift_[2]);
+bool truecolor_pixel(const Visual* visual, const float rgb[3], unsigned long* pixel) {
+    int shift[3];
+    if (visual->c_class != TrueColor || visual->bits_per_rgb != 8 ||
+        !eight_bit_channel(visual->red_mask, &shift[0]) ||
+        !eight_bit_channel(visual->green_mask, &shift[1]) ||
+        !eight_bit_channel(visual->blue_mask, &shift[2])) {
+        return false;
+    }
+    *pixel = 0;
+    for (int c = 0; c < 3; c++) *pixel |= (unsigned long)(component16(rgb[c]) >> 8) << shift[c];
+    return true;
 }
 
 unsigned long X11Window::cached_pixel(const float rgb[3]) {
-    if (truecolor_888_) {
-        unsigned long pixel = 0;
-        for (int c = 0; c < 3; c++)
-            pixel |= (unsigned long)(component16(rgb[c]) >> 8) << channel_shift_[c];
-        return pixel;
-    }
+    unsigned long pixel;
+    if (truecolor_pixel(DefaultVisual(display, screen), rgb, &pixel)) return pixel;
     const uint64_t key = uint64_t(component16(rgb[0])) << 32 | uint64_t(component16(rgb[1])) << 16 |
                          component16(rgb[2]);
     auto found = pixel_cache_.find(key);
     if (found != pixel_cache_.end()) return found->second;
-    const unsigned long pixel = alloc_color(display, rgb);
+    pixel = alloc_color(display, rgb);
     pixel_cache_.emplace(key, pixel);
     return pixel;
 }

@@ -17,6 +17,14 @@
 // whichever is nearer.
 unsigned long alloc_color(Display* display, const float rgb[3]);
 
+// On a TrueColor visual with eight bits a channel (nearly every screen today,
+// the virtual ones included) the pixel of a colour is the top eight bits of
+// each 16-bit component put in its channel, which is what the server's
+// XAllocColor answers there. Returns false, leaving *pixel alone, for any
+// other visual. Making the pixel here saves a round trip to the server per
+// colour, and a scene may give a new colour to every object.
+bool truecolor_pixel(const Visual* visual, const float rgb[3], unsigned long* pixel);
+
 class X11Window {
   public:
     // Opens the display and maps a window of width x height in the colours
@@ -64,15 +72,7 @@ class X11Window {
     // server's answer to XAllocColor each time. Allocating a colour again
     // gives the pixel it gave before, so the cache changes no pixel.
     std::unordered_map<uint64_t, unsigned long> pixel_cache_;
-    // On a TrueColor screen with eight bits a channel (nearly every screen
-    // today, the virtual ones included) the pixel of a colour is its top
-    // eight bits of each channel in place, which is what the server's
-    // XAllocColor answers there; it is then made here, with no round trip to
-    // the server at all, as a scene may give a new colour for every object.
-    bool truecolor_888_ = false;
-    unsigned long channel_shift_[3] = {0, 0, 0};
     unsigned long cached_pixel(const float rgb[3]);
-    void note_visual();
 };
 
 // The sink that draws into the window's pixmap; the window is shown at each
