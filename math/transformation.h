@@ -13,6 +13,9 @@ constexpr uint32_t XFORM_MOVING = 0x80000000u;    // the second-time matrices ar
 constexpr uint32_t XFORM_FLIPPED = 0x40000000u;   // handedness toggled by a negative determinant
 constexpr uint32_t XFORM_SHARED = 0x20000000u;    // referenced elsewhere: copy before changing
 constexpr uint32_t XFORM_ROTATION = 0x10000000u;  // ANDed with each concatenation's rotation flag
+// Set by RiPointsPolygons on the transformation its polygons were drawn
+// under; recorded for the interface's sake, read by nothing.
+constexpr uint32_t XFORM_POINTS_POLYGONS = 0x08000000u;
 
 // Four matrix pairs; each pair is (matrix, its inverse) for the deep copy:
 // (matrix0, inverse0), (matrix1, inverse1), (normal0, transpose0),

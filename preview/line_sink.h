@@ -3,6 +3,34 @@
 // Tessellators and polygon drawers never see a sink: they hand projected
 // points to X11VectorPreviewer::X11_draw_segment and lattices to draw_object,
 // which forward each visible segment, in raster pixels, to every sink.
+//
+// What the code on either side of the seam can rely on:
+// - Drawing: fill grid[j][i] (rows 0..nv, columns 0..nu, object space) and
+//   call previewer()->draw_object(nu, nv), or project points with toscreen
+//   and call previewer()->X11_draw_segment(a, b) for single segments.
+//   draw_object ends each lattice with object_end() ("stroke" on the
+//   PostScript page); segments drawn straight through X11_draw_segment are
+//   stroked with the next object or the trailer. A lattice above
+//   GRID_CELLS_MAX cells either way is refused with a report.
+// - Dumps: under -dumprib / -dumptri draw_object prints the lattice instead
+//   of drawing it; polygon-like faces are printed with dump_polygon_fan or
+//   print_dump_polygon (preview/dump.h), whose text is the standard stream
+//   text of the floats. Dumps need no display.
+// - Sinks: X11VectorPreviewer::add_sink(std::make_unique<MySink>(...)) adds
+//   an output; it is told the colour of the last RiColor at once, and
+//   world_begin at once when added inside a world block. The previewer owns
+//   its sinks and destroys them at the end of the run, after the final wait
+//   and before the display is closed: a file sink writes its trailer and
+//   closes its file in its destructor. Segments reach every sink in the
+//   order they were added (the window first, then the PostScript page).
+// - No display: the X11 sink exists only while the window is open, and the
+//   PostScript page is opened right after the window; before that (or when
+//   the display cannot be opened) a segment reaches only the sinks added by
+//   other code, so drawing outside every world block never touches X11.
+// - Coordinates are ints truncated toward zero and may lie far outside the
+//   picture (up to about 2^30 either way): a sink clips for itself.
+// - world_begin comes at every RiWorldBegin with the resolution of that
+//   world (a later frame may have another one); world_end at RiWorldEnd.
 #ifndef TRACERY_PREVIEW_LINE_SINK_H
 #define TRACERY_PREVIEW_LINE_SINK_H
 

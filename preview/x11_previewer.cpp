@@ -1,14 +1,24 @@
-// The wireframe renderer X11VectorPreviewer: the detail level of the
-// tessellators and the frame-end release of the frame's allocations. The X11
-// window (opened at world begin, shown at world end), the drawing colour, the
-// frame pacing and the final wait in the destructor arrive with the window
-// work; until then no display is ever opened.
+// The wireframe renderer X11VectorPreviewer: its outputs (the sinks) and the
+// forwarding of world, colour and segment events to them, the window opened
+// at the first world begin, the detail level of the tessellators, the frame
+// pacing of -sync, the frame-end release of the frame's allocations, and the
+// final wait.
 #include "preview/x11_previewer.h"
 
+#include <chrono>
+#include <climits>
+#include <cmath>
+#include <thread>
+
+#include "driver/globals.h"
+#include "preview/postscript.h"
+#include "preview/x11_window.h"
 #include "ri/attributes.h"
+#include "rib/requests.h"
 #include "support/memory.h"
 
 int detail_level = 1;
+int x11_window_enabled = 1;
 
 namespace {
 
@@ -23,24 +33,114 @@ int detail_for(float relative_detail) {
     return static_cast<int>(d);
 }
 
+// ---- Frame pacing ----
+
+// One tick of the pacing loop: the frame waits for its slot in sleeps of
+// about a hundredth of a second.
+constexpr auto PACING_TICK = std::chrono::milliseconds(10);
+
+// Seconds on a clock that never jumps (the wall clock may be set back).
+double current_time() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+// The schedule lives as long as the process: it is never reset, so after a
+// long stall every frame still late is dropped until the schedule catches up.
+double frame_period = 0.0;
+double next_frame_time = 0.0;
+
+// Waits for the next slot of a schedule of sync_times frames a second and
+// drops (drawing_on = 0) a frame that begins more than half a period late.
+void pace_frame() {
+    if (frame_period == 0.0) {
+        next_frame_time = current_time();
+        frame_period = 1.0 / sync_times;
+    }
+    next_frame_time += frame_period;
+    double now = current_time();
+    while (now < next_frame_time) {
+        std::this_thread::sleep_for(PACING_TICK);
+        now = current_time();
+    }
+    drawing_on = next_frame_time + frame_period / 2 < now ? 0 : 1;
+}
+
+// Raster coordinates are handed to sinks as ints with room to spare: a
+// point further out (a degenerate screen mapping) is not drawn.
+constexpr float RASTER_LIMIT = 1 << 30;
+
+bool fits_raster(float v) {
+    return v > -RASTER_LIMIT && v < RASTER_LIMIT;
+}
+
 }  // namespace
+
+X11VectorPreviewer* previewer() {
+    return dynamic_cast<X11VectorPreviewer*>(renderer);
+}
 
 X11VectorPreviewer::X11VectorPreviewer() : display(nullptr), x_display_name(nullptr) {}
 
-// No display is opened yet, so there is nothing to close or wait for.
-X11VectorPreviewer::~X11VectorPreviewer() = default;
+X11VectorPreviewer::~X11VectorPreviewer() {
+    if (window_) final_wait();
+    // The PostScript trailer is written when its sink goes.
+    sinks_.clear();
+    window_.reset();
+    display = nullptr;
+}
+
+void X11VectorPreviewer::final_wait() {
+    if (!wait_for_last_frame) return;
+    if (window_->wait_for_key_or_button() == X11Window::WaitEnd::BUTTON) repeat_file = 1;
+}
+
+void X11VectorPreviewer::add_sink(std::unique_ptr<LineSink> sink) {
+    if (color_given_) sink->color(color_);
+    if (in_world_) sink->world_begin(world_width_, world_height_);
+    sinks_.push_back(std::move(sink));
+}
+
+// The window is made once, at the size of the first world; the PostScript
+// page is opened right after it, once per run, so that every frame goes onto
+// the one page.
+void X11VectorPreviewer::Prepare_XWindow() {
+    if (window_ || !x11_window_enabled) return;
+    window_ = X11Window::open(x_display_name, xres, yres);
+    if (!window_) return;
+    display = window_->display;
+    add_sink(std::make_unique<X11PixmapSink>(*window_));
+    if (dump_postscript) open_postscript();
+}
+
+// A file that cannot be created has been reported; the run goes on without
+// PostScript.
+void X11VectorPreviewer::open_postscript() {
+    if (postscript_opened_) return;
+    postscript_opened_ = true;
+    FILE* f = OpenPostFile(postscript_filename, nullptr, nullptr);
+    if (f) add_sink(std::make_unique<PostScriptSink>(f));
+}
 
 void X11VectorPreviewer::worldbegin() {
     PreviewRenderer::worldbegin();
+    Prepare_XWindow();
     detail_level = detail_for(relative_detail);
+    in_world_ = true;
+    world_width_ = xres;
+    world_height_ = yres;
+    for (auto& sink : sinks_) sink->world_begin(xres, yres);
 }
 
 void X11VectorPreviewer::worldend() {
+    for (auto& sink : sinks_) sink->world_end();
+    in_world_ = false;
     PreviewRenderer::worldend();
 }
 
 void X11VectorPreviewer::framebegin(long frame) {
     PreviewRenderer::framebegin(frame);
+    if (sync_times > 0) pace_frame();
 }
 
 void X11VectorPreviewer::frameend() {
@@ -49,5 +149,24 @@ void X11VectorPreviewer::frameend() {
     GState::release_memory(2);
 }
 
-// Without an open display there is no drawing context to change.
-void X11VectorPreviewer::set_color(const float*) {}
+// The colour stays in force until the next RiColor, across attribute blocks
+// and frames. A colour given before the window exists is kept and applied
+// when the window (or any other sink) arrives.
+void X11VectorPreviewer::set_color(const float rgb[3]) {
+    for (int c = 0; c < 3; ++c) color_[c] = rgb[c];
+    color_given_ = true;
+    for (auto& sink : sinks_) sink->color(color_);
+}
+
+// A segment is drawn whole or not at all: both ends must be visible. Raster
+// coordinates are truncated toward zero. Without any sink (no world block has
+// opened the window yet) nothing is drawn.
+void X11VectorPreviewer::X11_draw_segment(float* a, float* b) {
+    if (a[2] == 0.0f || b[2] == 0.0f) return;
+    if (!fits_raster(a[0]) || !fits_raster(a[1]) || !fits_raster(b[0]) || !fits_raster(b[1])) {
+        return;
+    }
+    int ax = static_cast<int>(a[0]), ay = static_cast<int>(a[1]);
+    int bx = static_cast<int>(b[0]), by = static_cast<int>(b[1]);
+    for (auto& sink : sinks_) sink->segment(ax, ay, bx, by);
+}

@@ -1,12 +1,22 @@
-// The wireframe renderer: the one concrete renderer class of the program.
+// The wireframe renderer: the one concrete renderer class of the program. It
+// owns the outputs of the picture (the sinks of line_sink.h), the X11 window
+// they are shown in, and the frame pacing of -sync.
 #ifndef TRACERY_PREVIEW_X11_PREVIEWER_H
 #define TRACERY_PREVIEW_X11_PREVIEWER_H
 
+#include <memory>
+#include <vector>
+
+#include "preview/line_sink.h"
 #include "ri/renderer.h"
+
+class X11Window;
 
 class X11VectorPreviewer : public PreviewRenderer {
   public:
     X11VectorPreviewer();
+    // Waits for a key or button in the window (unless -nowait), closes the
+    // window and ends the outputs (the PostScript trailer).
     ~X11VectorPreviewer() override;
     void worldbegin() override;
     void worldend() override;
@@ -14,21 +24,46 @@ class X11VectorPreviewer : public PreviewRenderer {
     void frameend() override;
     void set_color(const float rgb[3]) override;
 
+    // Opens the display, the window and its pixmap at the first world begin
+    // (and the PostScript page under -ps); clears the pixmap at every one.
+    void Prepare_XWindow();
+
     // Draws the segment between two projected points (nothing unless both
-    // are visible).
+    // are visible) on every sink.
     void X11_draw_segment(float* a, float* b);
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
 
+    // Adds an output for every later segment. The sink is told the colour of
+    // the last RiColor at once, and world_begin when a world block is open.
+    void add_sink(std::unique_ptr<LineSink> sink);
+
     void* display;  // the X11 Display*, null until a window is opened
     // The X display to open (null: the DISPLAY environment variable). Named
     // apart from the option record's display_name, the output file name.
     const char* x_display_name;
+
+  private:
+    void open_postscript();
+    void final_wait();
+
+    std::unique_ptr<X11Window> window_;
+    std::vector<std::unique_ptr<LineSink>> sinks_;
+    bool postscript_opened_ = false;  // tried once per run, failed or not
+    bool in_world_ = false;
+    int world_width_ = 0, world_height_ = 0;
+    bool color_given_ = false;
+    float color_[3] = {0, 0, 0};
 };
 
 // The renderer made by RiBegin as the previewer it is; null when there is none.
 X11VectorPreviewer* previewer();
+
+// Whether world blocks open the X11 window (and with it the PostScript page).
+// 1 in the program; the interface's state tests clear it so that they run
+// without a display and never wait in one.
+extern int x11_window_enabled;
 
 // Lattice density of the tessellators: trunc(4 * relative detail) in 1..32.
 extern int detail_level;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "driver/globals.h"
+#include "preview/x11_previewer.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
 
@@ -32,6 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     neutralise_error_handler(input);
 
     wait_for_last_frame = 0;
+    x11_window_enabled = 0;  // the reader is under test, not the window
     drawing_on = 1;
     reset_interface_state();
     RiBegin(nullptr);

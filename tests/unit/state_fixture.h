@@ -10,12 +10,16 @@
 #include <string>
 
 #include "capture.h"
+#include "preview/x11_previewer.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
 
 class InterfaceStateTest : public ::testing::Test {
   protected:
-    void SetUp() override { reset_interface_state(); }
+    void SetUp() override {
+        reset_interface_state();
+        x11_window_enabled = 0;  // world blocks here open no window
+    }
     void TearDown() override { reset_interface_state(); }
 
     // Whether exactly one report was made, with this code, severity and text.

@@ -1,0 +1,24 @@
+// The diced-RIB text of -dumprib and -dumptri: world-space polygons printed
+// as "Polygon "P" [x y z ...]" lines on standard output.
+#ifndef TRACERY_PREVIEW_DUMP_H
+#define TRACERY_PREVIEW_DUMP_H
+
+#include <string>
+
+// Appends one value as the standard stream prints a float: general format,
+// six significant digits.
+void append_dump_number(std::string& out, float value);
+
+// Appends "Polygon \"P\" [" the n points (x y z each, single spaces) "]\n".
+void append_dump_polygon(std::string& out, const float* const points[], int n);
+
+// Prints one polygon of n world-space points on standard output.
+void print_dump_polygon(const float* const points[], int n);
+
+// Prints the polygon of n object-space vertices P (x y z each) as the fan of
+// triangles (0, k, k + 1), k = 1 .. n - 2, each vertex carried into world
+// space by the current transformation. Fewer than three vertices print
+// nothing.
+void dump_polygon_fan(int n, const float* P);
+
+#endif  // TRACERY_PREVIEW_DUMP_H

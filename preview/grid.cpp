@@ -1,0 +1,83 @@
+// The shared point lattice and X11VectorPreviewer::draw_object: a lattice is
+// drawn as a wire mesh (rows, then columns, in lattice order) or, under
+// -dumprib / -dumptri, printed cell by cell as world-space quadrilaterals or
+// triangle pairs.
+#include "preview/grid.h"
+
+#include <string>
+
+#include "driver/globals.h"
+#include "math/transform.h"
+#include "preview/dump.h"
+#include "preview/projection.h"
+#include "preview/x11_previewer.h"
+#include "ri/transforms.h"
+#include "support/error.h"
+
+float grid[GRID_POINTS][GRID_POINTS][3];
+
+namespace {
+
+enum DumpMode { DUMP_NONE = 0, DUMP_QUADS = 1, DUMP_TRIANGLES = 2 };
+
+void project_lattice(int nu, int nv) {
+    for (int j = 0; j <= nv; ++j) {
+        for (int i = 0; i <= nu; ++i) toscreen(grid[j][i]);
+    }
+}
+
+void print_cells(int nu, int nv, int mode) {
+    std::string text;
+    for (int j = 0; j < nv; ++j) {
+        for (int i = 0; i < nu; ++i) {
+            const float* a = grid[j][i];
+            const float* b = grid[j][i + 1];
+            const float* c = grid[j + 1][i + 1];
+            const float* d = grid[j + 1][i];
+            if (mode == DUMP_QUADS) {
+                const float* quad[4] = {a, b, c, d};
+                append_dump_polygon(text, quad, 4);
+            } else {
+                const float* first[3] = {a, b, d};
+                const float* second[3] = {b, c, d};
+                append_dump_polygon(text, first, 3);
+                append_dump_polygon(text, second, 3);
+            }
+        }
+        fwrite(text.data(), 1, text.size(), stdout);
+        text.clear();
+    }
+}
+
+void dump_lattice(int nu, int nv, int mode) {
+    for (int j = 0; j <= nv; ++j) {
+        for (int i = 0; i <= nu; ++i) transform_p_inplace(grid[j][i], curxform);
+    }
+    print_cells(nu, nv, mode);
+}
+
+}  // namespace
+
+// A lattice larger than the grid cannot have been filled without writing past
+// it, so it is refused whole and reported.
+void X11VectorPreviewer::draw_object(int nu, int nv) {
+    if (nu < 0 || nv < 0 || nu > GRID_CELLS_MAX || nv > GRID_CELLS_MAX) {
+        QuillError(RIE_LIMIT, RIE_ERROR, "Lattice of %d by %d cells refused: at most %d by %d", nu,
+                   nv, GRID_CELLS_MAX, GRID_CELLS_MAX);
+        return;
+    }
+    if (dump_diced_rib == DUMP_QUADS || dump_diced_rib == DUMP_TRIANGLES) {
+        dump_lattice(nu, nv, dump_diced_rib);
+        return;
+    }
+    project_lattice(nu, nv);
+    for (int j = 0; j < nv; ++j) {
+        for (int i = 0; i < nu; ++i) {
+            X11_draw_segment(grid[j][i], grid[j][i + 1]);
+            X11_draw_segment(grid[j][i], grid[j + 1][i]);
+        }
+        X11_draw_segment(grid[j][nu], grid[j + 1][nu]);
+    }
+    for (int i = 0; i < nu; ++i) X11_draw_segment(grid[nv][i], grid[nv][i + 1]);
+    for (auto& sink : sinks_) sink->object_end();
+}

@@ -1,0 +1,285 @@
+// The X11 window "Pencil Test": opening the display, the window with its
+// title and close protocol, the pixmap and graphics contexts, colour
+// allocation, the wait for the window to be mapped, the final wait for a key
+// or button, and the pixmap sink that draws the picture's lines.
+#include "preview/x11_window.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xutil.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <vector>
+
+#include "driver/globals.h"
+#include "support/error.h"
+
+namespace {
+
+constexpr char WINDOW_TITLE[] = "Pencil Test";
+// The events the window asks for: keys and buttons for the final wait,
+// structure changes (mapping, destruction), and exposure, so that an
+// uncovered window is redrawn from the pixmap.
+constexpr long EVENT_MASK =
+    KeyPressMask | ButtonPressMask | ButtonReleaseMask | StructureNotifyMask | ExposureMask;
+// Windows and pixmaps are held to this size on each side: the protocol
+// carries sizes in 16 bits, and a larger pixmap would rarely be granted.
+constexpr int MAX_WINDOW_SIDE = 4096;
+// Instead of sleeping a fixed second after mapping, the window's MapNotify
+// is awaited, at most this long (a window manager may never map it).
+constexpr int MAP_WAIT_MS = 1000;
+
+// Displays whose connection broke. Xlib keeps calling into a broken
+// connection's handlers, so such a display is never closed; it is kept here
+// (reachable) until the process ends.
+std::vector<Display*>& lost_displays() {
+    static auto* list = new std::vector<Display*>();
+    return *list;
+}
+
+bool is_lost(Display* display) {
+    const auto& lost = lost_displays();
+    return std::find(lost.begin(), lost.end(), display) != lost.end();
+}
+
+// A broken connection (the server went away) must not end the program with
+// Xlib's exit status: the wait is ended and the run closes normally.
+int on_io_error(Display*) {
+    return 0;
+}
+
+void on_io_error_exit(Display* display, void*) {
+    if (!is_lost(display)) lost_displays().push_back(display);
+}
+
+// A protocol error (a request the server refused) is reported as a warning
+// instead of ending the program as Xlib's default handler does.
+int on_x_error(Display* display, XErrorEvent* event) {
+    char text[128];
+    XGetErrorText(display, event->error_code, text, sizeof text);
+    QuillError(RIE_SYSTEM, RIE_WARNING, "X11 request %d failed: %s", event->request_code, text);
+    return 0;
+}
+
+// One colour component in 16 bits; out-of-range values are held to 0..1
+// (and NaN to 0) so that the conversion is defined.
+unsigned short component16(float value) {
+    if (!(value > 0.0f)) return 0;
+    if (value >= 1.0f) return 65535;
+    return static_cast<unsigned short>(value * 65535.0);
+}
+
+int window_side(int resolution) {
+    return std::clamp(resolution, 1, MAX_WINDOW_SIDE);
+}
+
+}  // namespace
+
+unsigned long alloc_color(Display* display, const float rgb[3]) {
+    XColor color{};
+    color.red = component16(rgb[0]);
+    color.green = component16(rgb[1]);
+    color.blue = component16(rgb[2]);
+    color.flags = DoRed | DoGreen | DoBlue;
+    int screen = DefaultScreen(display);
+    if (XAllocColor(display, DefaultColormap(display, screen), &color)) return color.pixel;
+    // White is the nearer of the two exactly when the components add up to
+    // more than half of their largest sum.
+    double sum = double(color.red) + color.green + color.blue;
+    return sum > 1.5 * 65535.0 ? WhitePixel(display, screen) : BlackPixel(display, screen);
+}
+
+std::unique_ptr<X11Window> X11Window::open(const char* display_name, int width, int height) {
+    Display* display = XOpenDisplay(display_name);
+    if (display == nullptr) {
+        RMError(RIE_SYSTEM, RIE_SEVERE, "Could not open X11 display.");
+        return nullptr;
+    }
+    XSetIOErrorHandler(on_io_error);
+    XSetIOErrorExitHandler(display, on_io_error_exit, nullptr);
+    XSetErrorHandler(on_x_error);
+    std::unique_ptr<X11Window> w(new X11Window());
+    w->display = display;
+    w->width = window_side(width);
+    w->height = window_side(height);
+    w->create_window();
+    return w;
+}
+
+void X11Window::create_window() {
+    screen = DefaultScreen(display);
+    foreground_pixel = alloc_color(display, fg_color);
+    background_pixel = alloc_color(display, bg_color);
+    window = XCreateSimpleWindow(display, RootWindow(display, screen), 0, 0, width, height, 0,
+                                 foreground_pixel, background_pixel);
+    XSelectInput(display, window, EVENT_MASK);
+    XChangeProperty(display, window, XA_WM_NAME, XA_STRING, 8, PropModeReplace,
+                    reinterpret_cast<const unsigned char*>(WINDOW_TITLE), sizeof WINDOW_TITLE - 1);
+    // Being closed by the window manager arrives as a message instead of a
+    // broken connection.
+    wm_delete_window_ = XInternAtom(display, "WM_DELETE_WINDOW", False);
+    XSetWMProtocols(display, window, &wm_delete_window_, 1);
+    XMapRaised(display, window);
+
+    XGCValues values{};
+    values.foreground = foreground_pixel;
+    values.background = background_pixel;
+    // No GraphicsExpose / NoExpose events for the pixmap copies: nothing
+    // reads them, and they would pile up over a long animation.
+    values.graphics_exposures = False;
+    unsigned long mask = GCForeground | GCBackground | GCGraphicsExposures;
+    foreground_gc = XCreateGC(display, window, mask, &values);
+    values.foreground = background_pixel;
+    background_gc = XCreateGC(display, window, mask, &values);
+    XClearWindow(display, window);
+    pixmap = XCreatePixmap(display, window, width, height, DefaultDepth(display, screen));
+    XFlush(display);
+    wait_until_mapped();
+}
+
+void X11Window::wait_until_mapped() {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(MAP_WAIT_MS);
+    XEvent event;
+    while (!is_lost(display)) {
+        if (XCheckTypedWindowEvent(display, window, MapNotify, &event)) return;
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) return;
+        pollfd fd{ConnectionNumber(display), POLLIN, 0};
+        poll(&fd, 1, static_cast<int>(left.count()));
+    }
+}
+
+X11Window::~X11Window() {
+    if (display == nullptr || is_lost(display)) return;
+    XFreePixmap(display, pixmap);
+    XFreeGC(display, foreground_gc);
+    XFreeGC(display, background_gc);
+    XDestroySubwindows(display, window);
+    XDestroyWindow(display, window);
+    XCloseDisplay(display);
+}
+
+void X11Window::clear() {
+    if (is_lost(display)) return;
+    XFillRectangle(display, pixmap, background_gc, 0, 0, width, height);
+}
+
+void X11Window::show() {
+    if (is_lost(display)) return;
+    XCopyArea(display, pixmap, window, foreground_gc, 0, 0, width, height, 0, 0);
+    XFlush(display);
+}
+
+void X11Window::set_foreground(const float rgb[3]) {
+    if (is_lost(display)) return;
+    XGCValues values{};
+    values.foreground = alloc_color(display, rgb);
+    XChangeGC(display, foreground_gc, GCForeground, &values);
+}
+
+void X11Window::draw_line(int x0, int y0, int x1, int y1) {
+    if (is_lost(display)) return;
+    XDrawLine(display, pixmap, foreground_gc, x0, y0, x1, y1);
+}
+
+// Any key ends the wait; a button asks for the files to be read again. The
+// wait also ends, with no repeat, when the window manager closes the window,
+// the window is destroyed, or the connection is lost, so the program never
+// waits on a window that is gone.
+X11Window::WaitEnd X11Window::wait_for_key_or_button() {
+    XEvent event;
+    while (!is_lost(display)) {
+        event.type = 0;
+        XNextEvent(display, &event);
+        if (is_lost(display)) break;
+        switch (event.type) {
+            case KeyPress:
+                return WaitEnd::KEY;
+            case ButtonPress:
+                return WaitEnd::BUTTON;
+            case Expose:
+                if (event.xexpose.count == 0) show();
+                break;
+            case DestroyNotify:
+                if (event.xdestroywindow.window == window) return WaitEnd::CLOSED;
+                break;
+            case ClientMessage:
+                if (static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_) {
+                    return WaitEnd::CLOSED;
+                }
+                break;
+            default:
+                break;
+        }
+    }
+    return WaitEnd::CLOSED;
+}
+
+// ---- The pixmap sink ----
+
+namespace {
+
+// X11 carries line ends as 16-bit numbers. A segment reaching past them is
+// first cut (Liang-Barsky) to a square well inside that range, which leaves
+// every pixel inside the window where it was.
+constexpr double X_COORD_LIMIT = 16384.0;
+
+bool fits_x_protocol(int v) {
+    return v >= -32768 && v <= 32767;
+}
+
+bool clip_parameter(double p, double q, double* t0, double* t1) {
+    if (p == 0.0) return q >= 0.0;
+    double r = q / p;
+    if (p < 0.0) {
+        if (r > *t1) return false;
+        *t0 = std::max(*t0, r);
+    } else {
+        if (r < *t0) return false;
+        *t1 = std::min(*t1, r);
+    }
+    return true;
+}
+
+// Cuts the segment to the square |x|, |y| <= X_COORD_LIMIT; false when
+// nothing of it is left.
+bool clip_to_protocol_range(int* x0, int* y0, int* x1, int* y1) {
+    double ax = *x0, ay = *y0, dx = double(*x1) - ax, dy = double(*y1) - ay;
+    double t0 = 0.0, t1 = 1.0;
+    const double L = X_COORD_LIMIT;
+    if (!clip_parameter(-dx, ax + L, &t0, &t1) || !clip_parameter(dx, L - ax, &t0, &t1) ||
+        !clip_parameter(-dy, ay + L, &t0, &t1) || !clip_parameter(dy, L - ay, &t0, &t1)) {
+        return false;
+    }
+    *x0 = static_cast<int>(std::lround(ax + t0 * dx));
+    *y0 = static_cast<int>(std::lround(ay + t0 * dy));
+    *x1 = static_cast<int>(std::lround(ax + t1 * dx));
+    *y1 = static_cast<int>(std::lround(ay + t1 * dy));
+    return true;
+}
+
+}  // namespace
+
+// Every world block clears the pixmap. A later world with another
+// resolution keeps the first window and pixmap, whose whole area is cleared.
+void X11PixmapSink::world_begin(int, int) {
+    window_.clear();
+}
+
+void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
+    bool inside =
+        fits_x_protocol(x0) && fits_x_protocol(y0) && fits_x_protocol(x1) && fits_x_protocol(y1);
+    if (!inside && !clip_to_protocol_range(&x0, &y0, &x1, &y1)) return;
+    window_.draw_line(x0, y0, x1, y1);
+}
+
+void X11PixmapSink::color(const float rgb[3]) {
+    window_.set_foreground(rgb);
+}
+
+void X11PixmapSink::world_end() {
+    window_.show();
+}

@@ -1,0 +1,73 @@
+// The X11 window "Pencil Test": the display connection, the window, its
+// off-screen pixmap with the two graphics contexts, and the final wait for a
+// key or a mouse button. X11PixmapSink draws the picture's lines into it.
+#ifndef TRACERY_PREVIEW_X11_WINDOW_H
+#define TRACERY_PREVIEW_X11_WINDOW_H
+
+#include <X11/Xlib.h>
+
+#include <memory>
+
+#include "preview/line_sink.h"
+
+// A pixel of the default colormap for an RGB colour (components 0..1);
+// when the colour cannot be allocated, the screen's white or black pixel,
+// whichever is nearer.
+unsigned long alloc_color(Display* display, const float rgb[3]);
+
+class X11Window {
+  public:
+    // Opens the display and maps a window of width x height in the colours
+    // fg_color and bg_color. Reports "Could not open X11 display." (code 2,
+    // severity 3) and returns null when the display cannot be opened.
+    static std::unique_ptr<X11Window> open(const char* display_name, int width, int height);
+    // Frees the pixmap, destroys the window and closes the display (a lost
+    // connection is left alone).
+    ~X11Window();
+    X11Window(const X11Window&) = delete;
+    X11Window& operator=(const X11Window&) = delete;
+
+    // Fills the pixmap with the background colour.
+    void clear();
+    // Copies the pixmap into the window and flushes.
+    void show();
+    void set_foreground(const float rgb[3]);
+    void draw_line(int x0, int y0, int x1, int y1);
+
+    // What ended the final wait.
+    enum class WaitEnd { KEY, BUTTON, CLOSED };
+    // Reads events until a key or button press, the window being closed, or
+    // the connection being lost; redraws the window when it is uncovered.
+    WaitEnd wait_for_key_or_button();
+
+    Display* display = nullptr;
+    int screen = 0;
+    Window window = 0;
+    Pixmap pixmap = 0;
+    GC foreground_gc = nullptr;
+    GC background_gc = nullptr;
+    unsigned long foreground_pixel = 0, background_pixel = 0;
+    int width = 0, height = 0;
+
+  private:
+    X11Window() = default;
+    void create_window();
+    void wait_until_mapped();
+    Atom wm_delete_window_ = 0;
+};
+
+// The sink that draws into the window's pixmap; the window is shown at each
+// world end.
+class X11PixmapSink : public LineSink {
+  public:
+    explicit X11PixmapSink(X11Window& window) : window_(window) {}
+    void world_begin(int width, int height) override;
+    void segment(int x0, int y0, int x1, int y1) override;
+    void color(const float rgb[3]) override;
+    void world_end() override;
+
+  private:
+    X11Window& window_;
+};
+
+#endif  // TRACERY_PREVIEW_X11_WINDOW_H

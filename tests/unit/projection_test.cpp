@@ -1,0 +1,132 @@
+// The projection of points to the raster and the drawing of segments: the
+// depth floor, the screen bound, the raster centre and truncation.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "drawing_fixture.h"
+#include "preview/postscript.h"
+
+using Projection = DrawingTest;
+
+TEST_F(Projection, DepthFloorHoldsWhateverTheNearClippingDistance) {
+    renderer->near_clip = 0.0f;
+    for (int perspective = 0; perspective <= 1; ++perspective) {
+        renderer->projection = perspective ? 0 : 1;
+        EXPECT_EQ(project(0, 0, 0.1f)[2], 1.0f);
+        EXPECT_EQ(project(0, 0, 0.0999f)[2], 0.0f);
+        EXPECT_EQ(project(0, 0, -1)[2], 0.0f);
+    }
+}
+
+TEST_F(Projection, ClippingDistancesReject) {
+    renderer->near_clip = 2;
+    renderer->far_clip = 4;
+    EXPECT_EQ(project(0, 0, 1.9f)[2], 0.0f);
+    EXPECT_EQ(project(0, 0, 3)[2], 1.0f);
+    EXPECT_EQ(project(0, 0, 4.1f)[2], 0.0f);
+}
+
+TEST_F(Projection, ScreenBoundIsOnTheDividedValuesUnderPerspective) {
+    renderer->projection = 0;
+    xstep = ystep = 0.5f;
+    EXPECT_EQ(project(21, 0, 2)[2], 0.0f);  // x / z = 10.5
+    EXPECT_EQ(project(0, -21, 2)[2], 0.0f);
+    EXPECT_EQ(project(20, -20, 2)[2], 1.0f);  // exactly 10 passes
+    renderer->projection = 1;
+    EXPECT_EQ(project(10.5f, 0, 2)[2], 0.0f);
+    EXPECT_EQ(project(10, 10, 2)[2], 1.0f);
+}
+
+TEST_F(Projection, ViewAxisLandsOnTheIntegerHalvedRawResolution) {
+    auto p = project(0, 0, 5);
+    EXPECT_EQ(p[0], 320.0f);
+    EXPECT_EQ(p[1], 240.0f);
+    renderer->xres = 641;
+    renderer->yres = 481;
+    p = project(0, 0, 5);
+    EXPECT_EQ(p[0], 320.0f);
+    EXPECT_EQ(p[1], 240.0f);
+}
+
+TEST_F(Projection, RasterMappingRoundsUpAndFlipsY) {
+    // 2.5 pixels right, 1.5 pixels up: ceil gives 3 and 2.
+    auto p = project(2.5f * PIXEL, 1.5f * PIXEL, 1);
+    EXPECT_EQ(p[0], 323.0f);
+    EXPECT_EQ(p[1], 238.0f);
+}
+
+TEST_F(Projection, PerspectiveDividesByDepth) {
+    renderer->projection = 0;
+    auto p = project(8 * PIXEL, 4 * PIXEL, 2);
+    EXPECT_EQ(p[0], 324.0f);
+    EXPECT_EQ(p[1], 238.0f);
+}
+
+TEST_F(Projection, CurrentTransformationAndCameraApply) {
+    RiTranslate(3 * PIXEL, 0, 0);  // object to world
+    Transformation* object = curxform;
+    RiIdentity();
+    RiTranslate(0, 5 * PIXEL, 1);  // world to camera
+    renderer->camera = curxform;
+    curxform = object;
+    auto p = project(0, 0, 1);
+    EXPECT_EQ(p[0], 323.0f);
+    EXPECT_EQ(p[1], 235.0f);
+}
+
+TEST_F(Projection, NotANumberIsInvisible) {
+    EXPECT_EQ(project(NAN, 0, 1)[2], 0.0f);
+    renderer->projection = 0;  // the divide carries a bad depth into x and y
+    EXPECT_EQ(project(0, 0, NAN)[2], 0.0f);
+}
+
+TEST_F(Projection, SegmentNeedsBothEndsVisible) {
+    float a[3] = {10, 20, 1}, b[3] = {30, 40, 0};
+    previewer()->X11_draw_segment(a, b);
+    previewer()->X11_draw_segment(b, a);
+    EXPECT_TRUE(segments.empty());
+    b[2] = 1;
+    previewer()->X11_draw_segment(a, b);
+    ASSERT_EQ(segments.size(), 1u);
+    EXPECT_EQ(segments[0], (Segment{10, 20, 30, 40}));
+}
+
+TEST_F(Projection, HalfVisibleSegmentThroughToscreenDrawsNothing) {
+    float a[3] = {0, 0, 5}, b[3] = {0.5f, 0, 0.05f};
+    toscreen(a);
+    toscreen(b);
+    previewer()->X11_draw_segment(a, b);
+    EXPECT_TRUE(segments.empty());
+}
+
+TEST_F(Projection, RasterCoordinatesAreTruncatedTowardZero) {
+    float a[3] = {-0.7f, -1.9f, 1}, b[3] = {5.9f, 7.2f, 1};
+    previewer()->X11_draw_segment(a, b);
+    ASSERT_EQ(segments.size(), 1u);
+    EXPECT_EQ(segments[0], (Segment{0, -1, 5, 7}));
+}
+
+TEST_F(Projection, UnrepresentableRasterCoordinatesAreNotDrawn) {
+    float a[3] = {1e30f, 0, 1}, b[3] = {0, 0, 1}, c[3] = {INFINITY, 0, 1};
+    previewer()->X11_draw_segment(a, b);
+    previewer()->X11_draw_segment(b, c);
+    EXPECT_TRUE(segments.empty());
+}
+
+TEST_F(Projection, PostScriptShiftsXAndFlipsYAgainstTheHeight) {
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* f = open_memstream(&text, &size);
+    {
+        PostScriptSink sink(f);
+        sink.world_begin(640, 480);
+        auto p = project(0, 0, 5);
+        sink.segment(int(p[0]), int(p[1]), 0, 0);
+        sink.object_end();
+    }  // the sink writes the trailer and closes the stream
+    EXPECT_EQ(std::string(text, size), "321 240 1 480 Li\nstroke\n\nstroke\nshowpage\n");
+    free(text);
+}
