@@ -107,6 +107,12 @@ void* take_from_new_block(unsigned char tag) {
 GState* attribute_stack[ATTRIBUTE_STACK_MAX];
 int attribute_depth = 0;
 int attribute_overflow = 0;
+// Levels at or below this depth (overflow levels counted) belong outside the
+// frame under way: RiAttributeEnd inside the frame does not close them. Its
+// states, and whatever they hold that is released at the frame's end, must
+// not outlive the frame, nor must a state older than the frame be given
+// anything released with it.
+int attribute_floor = 0;
 
 GState* current_gstate() {
     return renderer ? renderer->gstate : nullptr;
@@ -250,6 +256,11 @@ int attribute_stack_depth() {
 void clear_attribute_stack() {
     attribute_depth = 0;
     attribute_overflow = 0;
+    attribute_floor = 0;
+}
+
+void set_attribute_floor(int depth) {
+    attribute_floor = depth;
 }
 
 RtVoid RiAttributeBegin() {
@@ -273,12 +284,12 @@ RtVoid RiAttributeBegin() {
 }
 
 RtVoid RiAttributeEnd() {
-    if (attribute_overflow > 0) {
+    if (attribute_overflow > 0 && attribute_depth + attribute_overflow > attribute_floor) {
         --attribute_overflow;
         RiTransformEnd();
         return;
     }
-    if (attribute_depth == 0) {
+    if (attribute_depth == 0 || attribute_depth + attribute_overflow <= attribute_floor) {
         RMError(RIE_NESTING, RIE_ERROR, "Attribute stack underflow");
         return;
     }

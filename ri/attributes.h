@@ -52,6 +52,9 @@ extern int warned_instance;
 int attribute_stack_depth();
 // Empties the attribute stack without touching the states (for resets).
 void clear_attribute_stack();
+// Sets the depth below which RiAttributeEnd reports an underflow instead of
+// closing a level (the levels that enclose a frame); 0 lifts it.
+void set_attribute_floor(int depth);
 // Number of blocks in the graphics state pool (for tests and diagnostics).
 int gstate_pool_blocks();
 

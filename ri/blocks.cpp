@@ -24,11 +24,33 @@ void nesting_error(const char* message) {
     RMError(RIE_NESTING, RIE_SEVERE, message);
 }
 
+// Depths of the attribute and transformation stacks just inside the frame
+// under way (its own level opened); -1 outside frames.
+int frame_attribute_depth = -1;
+int frame_transform_depth = -1;
+
+// The end of a frame releases everything allocated inside it, so nothing
+// opened inside it may stay open past it: attribute and transformation
+// levels left open are closed first (with one report), or their states and
+// records, and what they hold, would be used after their release. The levels
+// around the frame are out of reach of the frame's own RiAttributeEnd calls
+// (see set_attribute_floor) for the same reason.
+void close_levels_left_open() {
+    if (frame_attribute_depth < 0) return;
+    bool open = attribute_stack_depth() > frame_attribute_depth ||
+                transform_stack_depth() > frame_transform_depth;
+    if (!open) return;
+    RMError(RIE_NESTING, RIE_ERROR, "FrameEnd closes the blocks left open in the frame");
+    while (attribute_stack_depth() > frame_attribute_depth) RiAttributeEnd();
+    while (transform_stack_depth() > frame_transform_depth) RiTransformEnd();
+}
+
 }  // namespace
 
 RtVoid RiBegin(RtToken) {
     if (block_level != 0) nesting_error("RiBegin must be called at the NULL level");
     block_level |= BLOCK_GLOBAL;
+    frame_attribute_depth = frame_transform_depth = -1;
     if (renderer != nullptr) replaced_renderers().push_back(renderer);
     // Made after the global bit is set, so the root graphics state carries
     // the global lifetime tag.
@@ -53,6 +75,9 @@ RtVoid RiFrameBegin(RtInt frame) {
     block_level |= BLOCK_FRAME;
     if (renderer != nullptr) renderer->framebegin(frame);
     RiAttributeBegin();
+    frame_attribute_depth = attribute_stack_depth();
+    frame_transform_depth = transform_stack_depth();
+    set_attribute_floor(frame_attribute_depth);
 }
 
 RtVoid RiFrameEnd() {
@@ -63,6 +88,9 @@ RtVoid RiFrameEnd() {
     // A toggle: after an unmatched RiFrameEnd that was let go on, the frame
     // bit ends up set.
     block_level ^= BLOCK_FRAME;
+    close_levels_left_open();
+    set_attribute_floor(0);
+    frame_attribute_depth = frame_transform_depth = -1;
     RiAttributeEnd();
     if (renderer != nullptr) renderer->frameend();
 }
@@ -87,6 +115,10 @@ RtVoid RiWorldEnd() {
         nesting_error("RiWorldEnd called at inappropriate level");
     }
     block_level ^= BLOCK_WORLD;
+    // Under the null hider the world opened no level, and the one closed here
+    // is the frame's own: that is allowed past the frame's floor.
+    set_attribute_floor(0);
     RiAttributeEnd();
+    set_attribute_floor(frame_attribute_depth < 0 ? 0 : frame_attribute_depth);
     if (renderer != nullptr) renderer->worldend();
 }
