@@ -141,6 +141,20 @@ float (*stored_basis(RtBasis basis, float (*old)[4]))[4] {
 // Returns one state to its block before the sweep of its tag (the
 // statistics count it as no longer outstanding); a state that is not a taken
 // pool state is left alone.
+// The lifetime tag of a taken pool state; -1 for anything else.
+int state_tag(const GState* state) {
+    auto* byte = reinterpret_cast<const unsigned char*>(state);
+    for (size_t b = gstate_blocks.size(); b-- > 0;) {
+        const GStateBlock& block = gstate_blocks[b];
+        auto* first = reinterpret_cast<const unsigned char*>(block.states);
+        if (byte < first || byte >= first + GSTATES_PER_BLOCK * sizeof(GState)) continue;
+        const size_t offset = static_cast<size_t>(byte - first);
+        if (offset % sizeof(GState) != 0) return -1;
+        return block.tags[offset / sizeof(GState)];
+    }
+    return -1;
+}
+
 void give_back_state(GState* state) {
     auto* byte = reinterpret_cast<unsigned char*>(state);
     for (size_t b = gstate_blocks.size(); b-- > 0;) {
@@ -261,6 +275,13 @@ void clear_attribute_stack() {
 
 void set_attribute_floor(int depth) {
     attribute_floor = depth;
+}
+
+bool current_state_tagged(int tag_bits) {
+    GState* state = current_gstate();
+    if (state == nullptr) return false;
+    int tag = state_tag(state);
+    return tag > 0 && (tag & tag_bits) != 0;
 }
 
 RtVoid RiAttributeBegin() {

@@ -55,6 +55,9 @@ void clear_attribute_stack();
 // Sets the depth below which RiAttributeEnd reports an underflow instead of
 // closing a level (the levels that enclose a frame); 0 lifts it.
 void set_attribute_floor(int depth);
+// Whether the current graphics state is a pool state whose lifetime tag
+// shares a bit with tag_bits (2: it is released at the end of the frame).
+bool current_state_tagged(int tag_bits);
 // Number of blocks in the graphics state pool (for tests and diagnostics).
 int gstate_pool_blocks();
 
