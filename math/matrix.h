@@ -13,6 +13,9 @@ void make_rotate_matrix(float m[4][4], float angle, const float axis[3]);
 void make_xform_matrix(float m[4][4], const float v[3], int kind);
 // r = inverse of m by Gauss-Jordan with full pivoting; returns the determinant.
 float matrix_invert(float r[4][4], const float m[4][4]);
+// The determinant that matrix_invert returns for m, bit for bit, without
+// forming the inverse.
+float matrix_determinant(const float m[4][4]);
 void matrix_transpose(float r[4][4], const float m[4][4]);
 // mode 0 direction, 1 point, 2 homogeneous point read as 4 floats (w kept).
 void vec3_mat4_mult_inplace(float* v, const float m[4][4], int mode);

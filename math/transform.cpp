@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "math/derived_matrices.h"
 #include "math/matrix.h"
 
 float sample_time = 0.0f;
@@ -17,6 +18,7 @@ enum MatrixKind { POINT_MATRIX, INVERSE_MATRIX, NORMAL_MATRIX, INVERSE_NORMAL_MA
 
 void pick_pair(const Transformation* t, MatrixKind kind, const float (**start)[4],
                const float (**end)[4]) {
+    if (kind != POINT_MATRIX) settle_derived_matrices(t);
     switch (kind) {
         case POINT_MATRIX:
             *start = t->matrix0;

@@ -21,6 +21,10 @@ constexpr uint32_t XFORM_POINTS_POLYGONS = 0x08000000u;
 // (matrix0, inverse0), (matrix1, inverse1), (normal0, transpose0),
 // (normal1, transpose1). normal is the transpose of the inverse, so the
 // transpose of the matrix is the inverse of the normal matrix.
+//
+// The inverse, normal and transpose matrices of the first time may lag
+// behind matrix0 (math/derived_matrices.h): read them through math/transform
+// or after settle_derived_matrices.
 struct Transformation {
     MatrixPtr matrix0;
     MatrixPtr inverse0;

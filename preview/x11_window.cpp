@@ -39,6 +39,12 @@ std::vector<Display*>& lost_displays() {
     return *list;
 }
 
+// The graphics contexts of a broken connection, kept reachable with it.
+std::vector<GC>& lost_gcs() {
+    static auto* list = new std::vector<GC>();
+    return *list;
+}
+
 bool is_lost(Display* display) {
     const auto& lost = lost_displays();
     return std::find(lost.begin(), lost.end(), display) != lost.end();
@@ -119,6 +125,7 @@ void X11Window::create_window() {
                     reinterpret_cast<const unsigned char*>(WINDOW_TITLE), sizeof WINDOW_TITLE - 1);
     // Being closed by the window manager arrives as a message instead of a
     // broken connection.
+    wm_protocols_ = XInternAtom(display, "WM_PROTOCOLS", False);
     wm_delete_window_ = XInternAtom(display, "WM_DELETE_WINDOW", False);
     XSetWMProtocols(display, window, &wm_delete_window_, 1);
     XMapRaised(display, window);
@@ -153,7 +160,12 @@ void X11Window::wait_until_mapped() {
 }
 
 X11Window::~X11Window() {
-    if (display == nullptr || is_lost(display)) return;
+    if (display == nullptr) return;
+    if (is_lost(display)) {
+        lost_gcs().push_back(foreground_gc);
+        lost_gcs().push_back(background_gc);
+        return;
+    }
     XFreePixmap(display, pixmap);
     XFreeGC(display, foreground_gc);
     XFreeGC(display, background_gc);
@@ -190,32 +202,45 @@ void X11Window::draw_line(int x0, int y0, int x1, int y1) {
 // the window is destroyed, or the connection is lost, so the program never
 // waits on a window that is gone.
 X11Window::WaitEnd X11Window::wait_for_key_or_button() {
-    XEvent event;
+    WaitEnd end;
     while (!is_lost(display)) {
-        event.type = 0;
-        XNextEvent(display, &event);
-        if (is_lost(display)) break;
-        switch (event.type) {
-            case KeyPress:
-                return WaitEnd::KEY;
-            case ButtonPress:
-                return WaitEnd::BUTTON;
-            case Expose:
-                if (event.xexpose.count == 0) show();
-                break;
-            case DestroyNotify:
-                if (event.xdestroywindow.window == window) return WaitEnd::CLOSED;
-                break;
-            case ClientMessage:
-                if (static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_) {
-                    return WaitEnd::CLOSED;
-                }
-                break;
-            default:
-                break;
+        // Only queued events are taken: Xlib cannot return from a blocking
+        // XNextEvent on a broken connection, but XPending reports it.
+        while (XPending(display) > 0 && !is_lost(display)) {
+            if (handle_wait_event(&end)) return end;
         }
+        if (is_lost(display)) break;
+        pollfd fd{ConnectionNumber(display), POLLIN, 0};
+        poll(&fd, 1, -1);
+        // The server going away wakes the poll; XPending then notices.
+        if (fd.revents & (POLLHUP | POLLERR)) XPending(display);
     }
     return WaitEnd::CLOSED;
+}
+
+bool X11Window::handle_wait_event(WaitEnd* end) {
+    XEvent event;
+    XNextEvent(display, &event);
+    switch (event.type) {
+        case KeyPress:
+            *end = WaitEnd::KEY;
+            return true;
+        case ButtonPress:
+            *end = WaitEnd::BUTTON;
+            return true;
+        case Expose:
+            if (event.xexpose.count == 0) show();
+            return false;
+        case DestroyNotify:
+            *end = WaitEnd::CLOSED;
+            return event.xdestroywindow.window == window;
+        case ClientMessage:
+            *end = WaitEnd::CLOSED;
+            return event.xclient.message_type == wm_protocols_ &&
+                   static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_;
+        default:
+            return false;
+    }
 }
 
 // ---- The pixmap sink ----

@@ -53,6 +53,9 @@ class X11Window {
     X11Window() = default;
     void create_window();
     void wait_until_mapped();
+    // Takes one queued event of the final wait; true when it ends the wait.
+    bool handle_wait_event(WaitEnd* end);
+    Atom wm_protocols_ = 0;
     Atom wm_delete_window_ = 0;
 };
 

@@ -12,6 +12,7 @@
 
 #include "ri/renderer.h"
 #include "ri/transforms.h"
+#include "ri/user_values.h"
 #include "support/error.h"
 #include "support/memory.h"
 
@@ -210,6 +211,7 @@ GState::GState(const GState* parent) {
     vstep = RI_BEZIERSTEP;
     reserved_byte = 0;
     shared_ref = nullptr;
+    trim_loops = nullptr;
 }
 
 void* GState::operator new(size_t) noexcept {
@@ -293,6 +295,7 @@ RtVoid RiAttributeBegin() {
     }
     GState* current = current_gstate();
     attribute_stack[attribute_depth++] = current;
+    user_attributes_push();
     if (current != nullptr) {
         // An exhausted pool leaves the current state in place.
         GState* copy = new GState(current);
@@ -315,6 +318,7 @@ RtVoid RiAttributeEnd() {
         return;
     }
     --attribute_depth;
+    user_attributes_pop();
     if (renderer != nullptr) {
         GState* abandoned = renderer->gstate;
         renderer->gstate = attribute_stack[attribute_depth];
@@ -448,7 +452,10 @@ RtVoid RiTextureCoordinates(RtFloat, RtFloat, RtFloat, RtFloat, RtFloat, RtFloat
 RtVoid RiShadingRate(RtFloat) {}
 RtVoid RiDetailRange(RtFloat, RtFloat, RtFloat, RtFloat) {}
 RtVoid RiAttribute(RtToken, ...) {}
-RtVoid RiAttributeV(RtToken, RtInt, RtToken[], RtPointer[]) {}
+// Only the "user" values are kept (for the conditional requests).
+RtVoid RiAttributeV(RtToken name, RtInt n, RtToken tokens[], RtPointer values[]) {
+    if (name != nullptr && std::strcmp(name, "user") == 0) set_user_attributes(n, tokens, values);
+}
 RtVoid RiImager(RtToken, ...) {}
 RtVoid RiImagerV(RtToken, RtInt, RtToken[], RtPointer[]) {}
 RtVoid RiProcedural(RtPointer, RtBound, RtVoid (*)(RtPointer, RtFloat), RtVoid (*)(RtPointer)) {}

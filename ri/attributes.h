@@ -8,6 +8,8 @@
 
 #include "ri/ri.h"
 
+struct TrimLoops;
+
 constexpr uint32_t GSTATE_SHARED = 1u;            // bit 0 of flags: copy before writing
 constexpr uint32_t GSTATE_READY_MASK = 0xf8000u;  // bits 15..19, cleared by ready_gstate
 constexpr int ATTRIBUTE_STACK_MAX = 128;
@@ -35,6 +37,9 @@ class GState {
     unsigned char vstep;
     unsigned char reserved_byte;
     int* shared_ref;  // reference-counted object; its third word is the count
+    // The trim loops of the NuPatches drawn under these attributes (null:
+    // none); set by RiTrimCurve, inherited by copies.
+    const TrimLoops* trim_loops;
 
     // requested, peak, outstanding
     static long memstats[3];

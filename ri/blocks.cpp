@@ -7,6 +7,7 @@
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "ri/transforms.h"
+#include "ri/user_values.h"
 #include "support/error.h"
 
 namespace {
@@ -74,6 +75,7 @@ RtVoid RiBegin(RtToken) {
     // Made after the global bit is set, so the root graphics state carries
     // the global lifetime tag.
     renderer = new X11VectorPreviewer();
+    clear_user_values();
     RiBasis(RiBezierBasis, RI_BEZIERSTEP, RiBezierBasis, RI_BEZIERSTEP);
 }
 

@@ -19,7 +19,9 @@
 #include "ri/renderer.h"
 #include "ri/transforms.h"
 #include "support/declarations.h"
+#include "ri/user_values.h"
 #include "support/error.h"
+#include "support/inline_declarations.h"
 #include "support/memory.h"
 
 float xstep = 0.0f;
@@ -98,7 +100,7 @@ const char* string_value(RtPointer value) {
 // its token, so a token redeclared as, say, an integer brings a number that
 // must not be followed. Reports such a value; true when it may be read.
 bool holds_string(const char* family, const char* key) {
-    const Declaration* decl = declaration_list.lookup(key);
+    const Declaration* decl = parameter_declaration(key);
     if (decl != nullptr && decl->type == DECL_STRING) return true;
     QuillError(RIE_CONSISTENCY, RIE_ERROR, "%s option \"%s\" needs a string value", family, key);
     return false;
@@ -204,8 +206,14 @@ RtToken build_search_path(const char* value, const char* previous) {
 
 bool searchpath_option(GOptions* o, const char* key, RtPointer value) {
     RtToken* path = nullptr;
-    if (same(key, "include")) {
+    // "archive" is the newer name of the archive path "include" sets; the
+    // procedural path is checked and kept nowhere, as no procedural program
+    // is ever run here.
+    if (same(key, "include") || same(key, "archive")) {
         path = &o->include_path;
+    } else if (same(key, "procedural")) {
+        holds_string("searchpath", key);
+        return true;
     } else if (same(key, "texture")) {
         path = &o->texture_path;
     } else if (same(key, "shader")) {
@@ -288,6 +296,14 @@ bool limits_option(GOptions* o, const char* key, RtPointer value) {
     return true;
 }
 
+// Values for the conditional requests, typed by their declarations.
+bool user_option(GOptions*, const char* key, RtPointer value) {
+    RtToken tokens[1] = {key};
+    RtPointer values[1] = {value};
+    set_user_options(1, tokens, values);
+    return true;
+}
+
 typedef bool (*OptionFamily)(GOptions*, const char*, RtPointer);
 
 OptionFamily option_family(const char* name) {
@@ -297,6 +313,7 @@ OptionFamily option_family(const char* name) {
     if (same(name, "runtime")) return runtime_option;
     if (same(name, "shadow")) return shadow_option;
     if (same(name, "limits")) return limits_option;
+    if (same(name, "user")) return user_option;
     return nullptr;
 }
 

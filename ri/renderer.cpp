@@ -86,6 +86,9 @@ void reset_interface_state() {
     reset_transform_state();
     GState::release_memory(0);
     for (long& stat : GState::memstats) stat = 0;
+    // Every tag first, so that parameter value blocks (the kept trim loops)
+    // are freed with their slots; then the chunks themselves.
+    free_myallocs(7);
     free_myallocs(0);
     object_count = 0;
     warned_instance = 0;

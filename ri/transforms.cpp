@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "math/derived_matrices.h"
 #include "math/matrix.h"
 #include "math/vector.h"
 #include "ri/renderer.h"
@@ -30,6 +31,13 @@ constexpr int MOTION_TIMES_MAX = 128;
 
 Transformation* xform_stack[XFORM_STACK_MAX];
 int xform_depth = 0;
+// Set by RiTranslate for finite offsets: the matrix to concatenate is a
+// translation, whose determinant as the inversion computes it is positive
+// (with |t| <= 1 every pivot is 1; otherwise the first pivot is the largest
+// offset t after one row exchange and the last is -1/t, so the product is
+// t * (1/t) > 0), so the handedness bit cannot change and the determinant
+// need not be computed.
+bool scratch_is_translation = false;
 // Levels opened on a full stack. The overflow is severe, so this count only
 // grows when the installed handler lets the program go on. Such a level saves
 // nothing: RiTransformEnd closes it first and keeps the current
@@ -77,6 +85,21 @@ void concat_first_time(Transformation* t) {
     concat_if_present(t->inverse0, xform_scratch_inverse, 0);
     concat_if_present(t->normal0, xform_scratch_normal, 1);
     concat_if_present(t->transpose0, xform_scratch_transpose, 0);
+}
+
+// The first-time set of a record that is not moving, outside motion blocks:
+// the matrix itself now, its derived matrices when they are read.
+void concat_first_time_deferred(Transformation* t) {
+    if (!t->matrix0) {
+        t->matrix0 = alloc_RtMatrix(xform_scratch);
+        t->inverse0 = alloc_RtMatrix(nullptr);
+        t->normal0 = alloc_RtMatrix(nullptr);
+        t->transpose0 = alloc_RtMatrix(nullptr);
+        defer_derived_matrices(t, xform_scratch, true);
+        return;
+    }
+    concat_if_present(t->matrix0, xform_scratch, 1);
+    defer_derived_matrices(t, xform_scratch, false);
 }
 
 void concat_second_time(Transformation* t) {
@@ -161,20 +184,33 @@ float (*xform_scratch_matrix())[4] {
     return xform_scratch;
 }
 
+// The determinant decides the handedness bit at once; the inverse, normal
+// and transpose of M are only needed at once inside motion blocks and for
+// moving records, and are otherwise deferred (math/derived_matrices.h).
 void apply_xform(int rotation_flag) {
+    const bool translation = scratch_is_translation;
+    scratch_is_translation = false;
     if (block_level < 1) RMError(RIE_NOTATTRIBS, RIE_ERROR, nullptr);
-    matrix_transpose(xform_scratch_transpose, xform_scratch);
-    float det = matrix_invert(xform_scratch_inverse, xform_scratch);
-    matrix_transpose(xform_scratch_normal, xform_scratch_inverse);
-
     Transformation* t = writable_curxform();
     if (!t) return;
+    const bool deferred = motion_level <= 0 && !(t->flags & XFORM_MOVING);
+    float det;
+    if (deferred) {
+        det = translation ? 1.0f : matrix_determinant(xform_scratch);
+    } else {
+        settle_derived_matrices(t);
+        matrix_transpose(xform_scratch_transpose, xform_scratch);
+        det = matrix_invert(xform_scratch_inverse, xform_scratch);
+        matrix_transpose(xform_scratch_normal, xform_scratch_inverse);
+    }
     if (!rotation_flag) t->flags &= ~XFORM_ROTATION;
     // As the steps run in this order, a sample refused below still toggles
     // the handedness bit.
     if (det < 0.0f) t->flags ^= XFORM_FLIPPED;
 
-    if (motion_level <= 0) {
+    if (deferred) {
+        concat_first_time_deferred(t);
+    } else if (motion_level <= 0) {
         concat_first_time(t);
         if (t->flags & XFORM_MOVING) concat_second_time(t);
     } else if (motion_level == 1) {
@@ -227,6 +263,7 @@ RtVoid RiPerspective(RtFloat fov) {
 
 RtVoid RiTranslate(RtFloat dx, RtFloat dy, RtFloat dz) {
     make_xform_matrix(xform_scratch, scratch_vector(dx, dy, dz), 1);
+    scratch_is_translation = std::isfinite(dx) && std::isfinite(dy) && std::isfinite(dz);
     apply_xform(0);
 }
 
@@ -384,6 +421,7 @@ RtVoid RiMotionBeginV(RtInt n, RtFloat times[]) {
                 RMError(RIE_BADMOTION, RIE_ERROR, "Times do not match");
         } else {
             // Changed in place even when shared.
+            settle_derived_matrices(t);
             t->matrix1 = alloc_RtMatrix(t->matrix0);
             t->inverse1 = alloc_RtMatrix(t->inverse0);
             t->normal1 = alloc_RtMatrix(t->normal0);

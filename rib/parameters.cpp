@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "ri/attributes.h"
 #include "ri/renderer.h"
@@ -20,6 +21,7 @@
 #include "rib/tokenizer.h"
 #include "support/declarations.h"
 #include "support/error.h"
+#include "support/inline_declarations.h"
 #include "support/memory.h"
 
 RibGeometryHook rib_geometry_hook = nullptr;
@@ -83,7 +85,12 @@ RunBuffer<float> float_lists[6];
 struct PackedPair {
     int64_t name;
     int64_t value;
-    bool string_value;  // the value is a pointer slot followed by its text
+    // String values: the number of pointer slots, followed by that many
+    // texts one after another; 0 for numbers.
+    int strings;
+    // A name written with its own declaration, valid for this list only.
+    bool has_inline;
+    ParsedDeclaration inline_declaration;
 };
 
 // Packs the pairs of one list into the scratch buffer.
@@ -137,14 +144,21 @@ class ListPacker {
         for (int i = 0; i < n; i++) {
             tokens[i] = reinterpret_cast<const char*>(at(pairs[i].name));
             values[i] = at(pairs[i].value);
-            if (pairs[i].string_value) {
-                char* text = reinterpret_cast<char*>(at(pairs[i].value)) + sizeof(char*);
-                std::memcpy(at(pairs[i].value), &text, sizeof text);
-            }
+            point_string_slots(pairs[i]);
         }
         tokens[n] = nullptr;
         values[n] = nullptr;
         return true;
+    }
+
+    // Points each pointer slot of a string value at its text.
+    void point_string_slots(const PackedPair& pair) {
+        unsigned char* slots = at(pair.value);
+        char* text = reinterpret_cast<char*>(slots) + pair.strings * sizeof(char*);
+        for (int k = 0; k < pair.strings; k++) {
+            std::memcpy(slots + k * sizeof(char*), &text, sizeof text);
+            text += std::strlen(text) + 1;
+        }
     }
 
     // After a pair that is not kept: reuse its space.
@@ -210,33 +224,81 @@ int read_number_value(int count, bool as_int, ListPacker& pack, PackedPair* pair
     return pair->value < 0 ? -1 : 1;
 }
 
-// One string, bare or alone in brackets, stored as a pointer slot followed
-// by its text. The token is read here rather than pushed back for the string
-// reader: an empty string cannot be pushed back (an empty slot means none).
-int read_string_value(ListPacker& pack, PackedPair* pair) {
-    char text[RIB_TOKEN_MAX];
-    int code = read_RIB_token(text);
-    const bool bracketed = code == '[';
-    if (bracketed) code = read_RIB_token(text);
-    if (code != TOKEN_STRING) {
-        rib_syntax_error("Quoted string expected");
+// Strings stored as pointer slots followed by their texts; the slots are
+// filled when the list is complete. The token is read here rather than
+// pushed back for the string reader: an empty string cannot be pushed back
+// (an empty slot means none).
+class StringValue {
+  public:
+    StringValue(ListPacker& pack, PackedPair* pair) : pack_(pack), pair_(pair) {}
+
+    // Exactly count strings, bare or in brackets (one string alone in
+    // brackets is the classic form).
+    int read_sized(int count) {
+        char text[RIB_TOKEN_MAX];
+        int code = read_RIB_token(text);
+        const bool bracketed = code == '[';
+        for (int k = 0; k < count; k++) {
+            if (bracketed || k > 0) code = read_RIB_token(text);
+            if (code != TOKEN_STRING) return fail("Quoted string expected");
+            if (!keep(text)) return -1;
+        }
+        if (bracketed && read_RIB_token(text) != ']') return fail("Missing ']'");
+        return store(count);
+    }
+
+    // As many strings as the brackets hold (or one bare string); *count
+    // receives how many.
+    int read_unsized(int* count) {
+        char text[RIB_TOKEN_MAX];
+        int code = read_RIB_token(text);
+        *count = 0;
+        if (code == TOKEN_STRING) {
+            *count = 1;
+            return keep(text) ? store(1) : -1;
+        }
+        if (code != '[') return fail("Quoted string expected");
+        while ((code = read_RIB_token(text)) == TOKEN_STRING) {
+            if (!keep(text)) return -1;
+            ++*count;
+        }
+        if (code != ']') return fail("Missing ']'");
+        return store(*count);
+    }
+
+  private:
+    int fail(const char* message) {
+        rib_syntax_error(message);
         return -1;
     }
-    if (bracketed) {
-        char close[RIB_TOKEN_MAX];
-        if (read_RIB_token(close) != ']') {
-            rib_syntax_error("Missing ']'");
-            return -1;
+    // The texts go into a staging string first: the pointer slots in front
+    // of them are sized only when the count is known.
+    bool keep(const char* text) {
+        if (texts_.size() + std::strlen(text) + 1 > size_t(LIST_BYTES_MAX)) {
+            rib_syntax_error("Parameter list too long");
+            return false;
         }
+        texts_.append(text, std::strlen(text) + 1);
+        return true;
     }
-    const size_t length = std::strlen(text);
-    const int64_t offset = pack.reserve(int64_t(sizeof(char*) + length + 1));
-    if (offset < 0) return -1;
-    std::memcpy(pack.at(offset) + sizeof(char*), text, length + 1);
-    pack.end = offset + int64_t(sizeof(char*) + length + 1);
-    pair->value = offset;
-    pair->string_value = true;
-    return 1;
+    int store(int count) {
+        const int64_t slots = int64_t(count) * int64_t(sizeof(char*));
+        const int64_t offset = pack_.reserve(slots + int64_t(texts_.size()));
+        if (offset < 0) return -1;
+        if (!texts_.empty()) std::memcpy(pack_.at(offset + slots), texts_.data(), texts_.size());
+        pack_.end = offset + slots + int64_t(texts_.size());
+        pair_->value = offset;
+        pair_->strings = count;
+        return 1;
+    }
+
+    ListPacker& pack_;
+    PackedPair* pair_;
+    std::string texts_;
+};
+
+int read_string_value(ListPacker& pack, PackedPair* pair) {
+    return StringValue(pack, pair).read_sized(1);
 }
 
 // A declared name's value, read by its type. Returns 1 (pair kept) or -1.
@@ -267,6 +329,36 @@ int read_declared_value(const Declaration& decl, const char* name, ListPacker& p
                          Declaration::detailname(decl.detail), int(decl.type));
             pair->value = pack.reserve(0);
             return pair->value < 0 ? -1 : 1;
+    }
+}
+
+// A value typed by an inline declaration: as a declared one, except that
+// every type has a reader here (a matrix is 16 floats, a string array that
+// many strings), since such a declaration is written by current exporters.
+int read_inline_value(const ParsedDeclaration& decl, ListPacker& pack, PackedPair* pair) {
+    if (decl.type == DECL_MATRIX) return read_number_value(16 * decl.count, false, pack, pair);
+    if (decl.type == DECL_STRING) return StringValue(pack, pair).read_sized(decl.count);
+    Declaration typed("");
+    typed.type = static_cast<unsigned char>(decl.type);
+    typed.detail = static_cast<unsigned char>(decl.detail);
+    typed.count = static_cast<short>(decl.count);
+    return read_declared_value(typed, "", pack, pair);
+}
+
+// The written name of a pair: an inline declaration is taken off it (and
+// kept with the pair), leaving the plain name to be packed.
+const char* plain_name(const char* written, PackedPair* pair) {
+    InlineDeclaration inline_decl;
+    if (!split_inline_declaration(written, &inline_decl)) return written;
+    pair->has_inline = true;
+    pair->inline_declaration = inline_decl.declaration;
+    return inline_decl.name;
+}
+
+// Once a list is complete, its inline declarations are noted by token.
+void note_inline_declarations(const PackedPair pairs[], int n, RtToken tokens[]) {
+    for (int i = 0; i < n; i++) {
+        if (pairs[i].has_inline) inline_declarations_note(tokens[i], pairs[i].inline_declaration);
     }
 }
 
@@ -314,11 +406,14 @@ int check_list(int n, RtToken tokens[], const int counts[], long long nvertex, l
                long long nuniform) {
     int rejected = 0;
     for (int i = 0; i < n; i++) {
-        const Declaration* decl = declaration_list.lookup(tokens[i]);
+        const Declaration* decl = parameter_declaration(tokens[i]);
         if (decl == nullptr) {
             QuillError(RIE_SYNTAX, RIE_ERROR, "vertex variable unknown: %s", tokens[i]);
             continue;
         }
+        // One value per corner of each face: the primitives do not pass
+        // their corner counts here, so these lengths are not checked.
+        if (decl->detail == CLASS_FACEVARYING || decl->detail == CLASS_FACEVERTEX) continue;
         const long long expected = saturating_product(
             decl->bytesize() / 4, storage_multiplier(decl->detail, nvertex, nvarying, nuniform));
         if (counts[i] < expected) {
@@ -841,16 +936,24 @@ void read_trim_curve(const char* keyword) {
 
 int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
     ListState state;
-    char name[RIB_TOKEN_MAX];
-    while (next_name(name)) {
+    char written[RIB_TOKEN_MAX];
+    inline_declarations_clear();
+    while (next_name(written)) {
         const bool keep = state.room_for_pair();
         const int64_t mark = state.pack.end;
         PackedPair pair{};
+        const char* name = plain_name(written, &pair);
         pair.name = state.pack.add_name(name);
         if (pair.name < 0) return -1;
-        const Declaration* decl = declaration_list.lookup(name);
-        const int kept = decl != nullptr ? read_declared_value(*decl, name, state.pack, &pair)
-                                         : read_undeclared_value(name, state.pack, &pair);
+        const Declaration* decl = pair.has_inline ? nullptr : find_declaration(name);
+        int kept;
+        if (pair.has_inline) {
+            kept = read_inline_value(pair.inline_declaration, state.pack, &pair);
+        } else if (decl != nullptr) {
+            kept = read_declared_value(*decl, name, state.pack, &pair);
+        } else {
+            kept = read_undeclared_value(name, state.pack, &pair);
+        }
         if (kept < 0) return -1;
         if (kept > 0 && keep && !state.pack.too_long) {
             state.pairs[state.n++] = pair;
@@ -860,25 +963,48 @@ int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
     }
     if (!state.complete()) return -1;
     if (!state.pack.finish(state.pairs, state.n, tokens, values)) return -1;
+    note_inline_declarations(state.pairs, state.n, tokens);
     return state.n;
 }
 
 // ---- untyped list ----
 
+namespace {
+
+// One pair's values of a primitive's list: floats, or strings when an
+// inline declaration says so (each string counts as one value). False after
+// a report that ends the list; a list grown too long goes on being read.
+bool read_primitive_value(ListPacker& pack, PackedPair* pair, int* count) {
+    if (pair->has_inline && pair->inline_declaration.type == DECL_STRING) {
+        return StringValue(pack, pair).read_unsized(count) > 0 || pack.too_long;
+    }
+    if (RIBparse_unsized_fvector(count, &staging.data, &staging.cap) != 0) return false;
+    pair->value = pack.add_floats(staging.data, *count);
+    return pair->value >= 0 || pack.too_long;
+}
+
+}  // namespace
+
 int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int counts[]) {
     ListState state;
     int vertices = 4;
     int pair_counts[RIB_PARAM_MAX];
-    char name[RIB_TOKEN_MAX];
+    char written[RIB_TOKEN_MAX];
     *n = 0;
+    inline_declarations_clear();
     if (!staging.prepare()) return -1;
-    while (next_name(name)) {
+    while (next_name(written)) {
         const bool keep = state.room_for_pair();
         const int64_t mark = state.pack.end;
         PackedPair pair{};
+        const char* name = plain_name(written, &pair);
         pair.name = state.pack.add_name(name);
+        if (pair.name < 0) {
+            staging.shrink();
+            return -1;
+        }
         int count = 0;
-        if (pair.name < 0 || RIBparse_unsized_fvector(&count, &staging.data, &staging.cap) != 0) {
+        if (!read_primitive_value(state.pack, &pair, &count)) {
             staging.shrink();
             return -1;
         }
@@ -888,11 +1014,6 @@ int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int cou
             vertices = count;
         } else if (std::strcmp(name, "Pw") == 0) {
             vertices = count / 4;
-        }
-        pair.value = state.pack.add_floats(staging.data, count);
-        if (pair.value < 0 && !state.pack.too_long) {
-            staging.shrink();
-            return -1;
         }
         if (keep && !state.pack.too_long) {
             pair_counts[state.n] = count;
@@ -904,6 +1025,7 @@ int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int cou
     staging.shrink();
     if (!state.complete()) return -1;
     if (!state.pack.finish(state.pairs, state.n, tokens, values)) return -1;
+    note_inline_declarations(state.pairs, state.n, tokens);
     if (counts != nullptr) std::copy(pair_counts, pair_counts + state.n, counts);
     *n = state.n;
     return vertices;

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/conditionals.h"
+#include "rib/modern_requests.h"
 #include "rib/parameters.h"
 #include "rib/rib_files.h"
 #include "rib/tokenizer.h"
@@ -129,6 +131,42 @@ REACTION reactions[] = {
     request_row("MakeCubeFaceEnvironment", RiMakeCubeFaceEnvironment, 15),
     request_row("version", accept_version, 6),
     request_row("ErrorHandler", RiErrorHandler, 255),
+    // Newer requests, read by their own readers (rib/modern_requests.cpp):
+    // conditional blocks, inline archives and procedurals, then the requests
+    // that are read, checked and ignored.
+    modern_request_row("IfBegin"),
+    modern_request_row("ElseIf"),
+    modern_request_row("Else"),
+    modern_request_row("IfEnd"),
+    modern_request_row("ArchiveBegin"),
+    modern_request_row("ArchiveEnd"),
+    modern_request_row("Procedural"),
+    modern_request_row("Procedural2"),
+    modern_request_row("ScopedCoordinateSystem"),
+    modern_request_row("System"),
+    modern_request_row("Resource"),
+    modern_request_row("ResourceBegin"),
+    modern_request_row("ResourceEnd"),
+    modern_request_row("ShaderLayer"),
+    modern_request_row("ConnectShaderLayers"),
+    modern_request_row("DisplayChannel"),
+    modern_request_row("Camera"),
+    modern_request_row("ClippingPlane"),
+    modern_request_row("MakeBrickMap"),
+    modern_request_row("Bxdf"),
+    modern_request_row("Pattern"),
+    modern_request_row("Integrator"),
+    modern_request_row("Light"),
+    modern_request_row("DisplayFilter"),
+    modern_request_row("SampleFilter"),
+    modern_request_row("PixelSampleImager"),
+    modern_request_row("Shader"),
+    modern_request_row("EditBegin"),
+    modern_request_row("EditEnd"),
+    modern_request_row("EditAttributeBegin"),
+    modern_request_row("EditAttributeEnd"),
+    modern_request_row("EditWorldBegin"),
+    modern_request_row("EditWorldEnd"),
     {nullptr, nullptr, 0, nullptr, 0},
 };
 
@@ -252,9 +290,34 @@ bool frame_selected(long frame) {
 
 // An identifier read at the top level: counts frames, decides whether the
 // request is executed, and otherwise skips the rest of its line.
+// Rows of recently read keywords, indexed by a cheap mix of the keyword's
+// length and end letters, so that the common requests skip the keyword hash.
+// Entries point at rows of the keyword hash, which is built once and never
+// changes, and a keyword that has no row is not kept.
+struct KeywordCacheEntry {
+    const char* keyword;
+    size_t length;
+    REACTION* row;
+};
+KeywordCacheEntry keyword_cache[256];
+
+REACTION* find_request_row(const char* word) {
+    const size_t length = strlen(word);
+    if (length == 0) return match_identifier(word);
+    const auto first = static_cast<unsigned char>(word[0]);
+    const auto last = static_cast<unsigned char>(word[length - 1]);
+    KeywordCacheEntry& entry = keyword_cache[(length * 31 + first * 7 + last) & 255];
+    if (entry.row && entry.length == length && memcmp(entry.keyword, word, length) == 0) {
+        return entry.row;
+    }
+    REACTION* row = match_identifier(word);
+    if (row) entry = {row->keyword, length, row};
+    return row;
+}
+
 void select_and_dispatch(const char* word, long* frame) {
     // One keyword lookup serves both the frame counting and the dispatch.
-    REACTION* row = match_identifier(word);
+    REACTION* row = find_request_row(word);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
     bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
@@ -301,7 +364,7 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF || code == TOKEN_END) return;
+        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
         switch (code) {
             case '\n':
             case '\r':
@@ -312,6 +375,14 @@ void read_requests(const char* searchpath) {
                 break;
             case TOKEN_IDENTIFIER:
                 select_and_dispatch(token, &frame);
+                break;
+            case TOKEN_END:
+                // A byte 255 with more input after it (at the end of input
+                // the end flag is set, and the loop has already ended). This
+                // departs from taking every 255 for the end of the file: the
+                // byte is reported as a syntax error and skipped, and the
+                // rest of the file is read.
+                rib_syntax_error("unexpected byte 255");
                 break;
             default:
                 report_stray(code);
@@ -380,7 +451,9 @@ int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     if (RIBparse_open_stream(f, name) != 0) return -1;
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
+    conditionals_stream_begin();
     if (end_frame >= -1) read_requests(searchpath);
+    conditionals_stream_end();
     current_searchpath = outer_searchpath;
     RIBparse_close_stream();
     return 0;

@@ -7,6 +7,7 @@
 
 #include "ri/options.h"
 #include "ri/renderer.h"
+#include "rib/inline_archives.h"
 #include "rib/parameters.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
@@ -417,13 +418,16 @@ RtVoid RiReadArchive(RtToken name, RtArchiveCallback callback, ...) {
 // Reads the archive found through the include path in the middle of the
 // current stream: the reader state is saved, the archive read by a nested
 // ParseRIB (with frame counting of its own), and the state restored so that
-// the outer stream goes on after the request. The callback and the
-// parameters are not used. Nesting is bounded so that an archive that reads
-// itself ends with a report.
+// the outer stream goes on after the request. An inline archive of that name
+// recorded earlier is replayed instead of looking for a file. The callback
+// and the parameters are not used. Nesting is bounded so that an archive
+// that reads itself ends with a report.
 RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPointer[]) {
     const char* path = block_level != 0 && renderer ? renderer->include_path : nullptr;
+    const bool recorded = inline_archive_defined(name);
     std::vector<char> found(SEARCH_PATH_MAX + (name ? strlen(name) : 0) + 2);
-    if (!name || !find_path(name, path, found.data(), static_cast<int>(found.size()))) {
+    if (!recorded &&
+        (!name || !find_path(name, path, found.data(), static_cast<int>(found.size())))) {
         RMError(RIE_NOFILE, RIE_WARNING, name);
         return;
     }
@@ -436,7 +440,11 @@ RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPoint
     int echo = RIB_echo;
     RIBparse_save_state(&saved);
     ++archive_depth;
-    ParseRIB(found.data(), RIBparse_searchpath(), echo, 1);
+    if (recorded) {
+        replay_inline_archive(name, RIBparse_searchpath(), echo);
+    } else {
+        ParseRIB(found.data(), RIBparse_searchpath(), echo, 1);
+    }
     --archive_depth;
     RIBparse_restore_state(&saved);
     RIB_echo = echo;
@@ -449,5 +457,6 @@ void release_rib_tables() {
     release_buffer(&samples_first, &samples_first_capacity);
     release_buffer(&samples_second, &samples_second_capacity);
     release_buffer(&hint_values, &hint_capacity);
+    release_inline_archives();
     RIBparse_release_scratch();
 }

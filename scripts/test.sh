@@ -11,9 +11,11 @@ run_suite() {
   cmake -S . -B "$dir" "$@" >/dev/null
   cmake --build "$dir" -j"$jobs"
   # Tests that open the window need an X server; use a virtual one when
-  # there is no display.
+  # there is no display. -noreset keeps the server up between clients: by
+  # default it resets when its last client leaves, and a program connecting
+  # during the reset is refused.
   if [ -z "${DISPLAY:-}" ]; then
-    xvfb-run -a ctest --test-dir "$dir" --output-on-failure -j"$jobs"
+    xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" ctest --test-dir "$dir" --output-on-failure -j"$jobs"
   else
     ctest --test-dir "$dir" --output-on-failure -j"$jobs"
   fi

@@ -113,7 +113,8 @@ const char* Declaration::type_name(int code) {
 }
 
 const char* Declaration::detailname(int code) {
-    static const char* const names[] = {"uniform", "varying", "vertex", "constant"};
+    static const char* const names[] = {"uniform",  "varying",     "vertex",
+                                        "constant", "facevarying", "facevertex"};
     if (code < 0 || code >= static_cast<int>(sizeof(names) / sizeof(names[0]))) return "";
     return names[code];
 }
@@ -138,12 +139,6 @@ void Declaration::stringize(char* buffer, int detail, int type, int count) {
 // ---- The declaration grammar ----
 
 namespace {
-
-struct ParsedDeclaration {
-    int detail = CLASS_UNIFORM;
-    int type = DECL_NONE;
-    int count = 1;
-};
 
 struct Keyword {
     const char* word;
@@ -170,6 +165,8 @@ int read_array_length(const char* text) {
     return static_cast<int>(std::clamp<long>(value, SHRT_MIN, SHRT_MAX));
 }
 
+}  // namespace
+
 ParsedDeclaration parse_declaration(const char* text) {
     static const Keyword classes[] = {{"uniform", CLASS_UNIFORM},
                                       {"varying", CLASS_VARYING},
@@ -186,6 +183,87 @@ ParsedDeclaration parse_declaration(const char* text) {
     if (*text == '[') parsed.count = read_array_length(text + 1);
     return parsed;
 }
+
+namespace {
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+// The words of RiDeclare's grammar plus the newer ones. Longer words come
+// before their prefixes ("integer" before "int").
+const Keyword inline_classes[] = {
+    {"uniform", CLASS_UNIFORM},         {"varying", CLASS_VARYING},
+    {"vertex", CLASS_VERTEX},           {"constant", CLASS_CONSTANT},
+    {"facevarying", CLASS_FACEVARYING}, {"facevertex", CLASS_FACEVERTEX}};
+const Keyword inline_types[] = {
+    {"float", DECL_FLOAT},   {"integer", DECL_INTEGER}, {"int", DECL_INTEGER},
+    {"bool", DECL_INTEGER},  {"point", DECL_POINT},     {"color", DECL_COLOR},
+    {"string", DECL_STRING}, {"vector", DECL_VECTOR},   {"normal", DECL_NORMAL},
+    {"hpoint", DECL_HPOINT}, {"matrix", DECL_MATRIX}};
+
+// A keyword that is a whole word: followed by a blank (or by "[" after a
+// type, for the array length).
+int take_word(const char*& text, const Keyword* keywords, size_t n, bool array_allowed) {
+    for (size_t i = 0; i < n; ++i) {
+        size_t length = std::strlen(keywords[i].word);
+        if (std::strncmp(text, keywords[i].word, length) != 0) continue;
+        const char next = text[length];  // inside the text: the word matched
+        if (is_blank(next) || (array_allowed && next == '[')) {
+            text += length;
+            return keywords[i].code;
+        }
+    }
+    return -1;
+}
+
+// "[n]" with 1 <= n <= the largest count a declaration holds.
+bool take_array_length(const char*& text, int* count) {
+    if (*text != '[') return true;
+    char* end = nullptr;
+    long value = std::strtol(text + 1, &end, 10);
+    if (end == text + 1 || *end != ']' || value < 1 || value > SHRT_MAX) return false;
+    *count = static_cast<int>(value);
+    text = end + 1;
+    return true;
+}
+
+void skip_blanks(const char*& text) {
+    while (is_blank(*text)) ++text;
+}
+
+}  // namespace
+
+bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed,
+                                    const char** rest) {
+    const size_t nclasses = sizeof inline_classes / sizeof inline_classes[0];
+    const size_t ntypes = sizeof inline_types / sizeof inline_types[0];
+    skip_blanks(text);
+    ParsedDeclaration result;
+    int detail = take_word(text, inline_classes, nclasses, false);
+    if (detail >= 0) {
+        result.detail = detail;
+        skip_blanks(text);
+    }
+    // A "reference" parameter names the output it is connected to: its
+    // value is a string whatever the type.
+    static const Keyword reference[] = {{"reference", 1}};
+    const bool is_reference = take_word(text, reference, 1, false) == 1;
+    if (is_reference) skip_blanks(text);
+    result.type = take_word(text, inline_types, ntypes, true);
+    if (is_reference && result.type >= 0) result.type = DECL_STRING;
+    if (result.type < 0 || !take_array_length(text, &result.count) || !is_blank(*text)) {
+        return false;
+    }
+    skip_blanks(text);
+    // The name is one word.
+    if (*text == '\0' || std::strpbrk(text, " \t") != nullptr) return false;
+    *parsed = result;
+    *rest = text;
+    return true;
+}
+
+namespace {
 
 void redeclaration_warning(const char* name, const Declaration* old, const ParsedDeclaration& now) {
     char old_text[DECLARATION_STRING_MAX];
@@ -223,6 +301,28 @@ RtToken DeclarationList::add(const char* name, const char* declaration) {
     add_bytes(declaration_list_totalmem, sizeof(Declaration));
     store(record, parsed);
     return token;
+}
+
+namespace {
+
+Declaration* declaration_cache[256];
+
+size_t declaration_cache_slot(const char* name, size_t length) {
+    const auto first = static_cast<unsigned char>(name[0]);
+    const auto last = static_cast<unsigned char>(name[length - 1]);
+    return (length * 31 + first * 7 + last) & 255;
+}
+
+}  // namespace
+
+Declaration* find_declaration(const char* name) {
+    if (name == nullptr || name[0] == '\0') return declaration_list.lookup(name);
+    const size_t length = strlen(name);
+    Declaration*& cached = declaration_cache[declaration_cache_slot(name, length)];
+    if (cached && strcmp(cached->name, name) == 0) return cached;
+    Declaration* found = declaration_list.lookup(name);
+    if (found) cached = found;
+    return found;
 }
 
 int DeclarationList::size(const char* name) {
@@ -355,5 +455,9 @@ void DeclareStandardIdentifiers() {
     declare_global(&_RI___NONDIFFUSE, "varying float");
     declare_global(&_RI___NONSPECULAR, "varying float");
     intern_filter_names();
+    // The newer name of the archive search path, and the procedural path:
+    // declared so that the plain names are read as strings.
+    declaration_list.add("archive", "string");
+    declaration_list.add("procedural", "string");
     echo_requests = saved_echo;
 }

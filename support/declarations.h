@@ -20,8 +20,16 @@ enum DeclType {
     DECL_MATRIX = 9
 };
 
-// Storage classes of a declaration.
-enum DeclClass { CLASS_UNIFORM = 0, CLASS_VARYING = 1, CLASS_VERTEX = 2, CLASS_CONSTANT = 3 };
+// Storage classes of a declaration. The face classes come only from inline
+// declarations in a parameter list (RiDeclare knows the first four).
+enum DeclClass {
+    CLASS_UNIFORM = 0,
+    CLASS_VARYING = 1,
+    CLASS_VERTEX = 2,
+    CLASS_CONSTANT = 3,
+    CLASS_FACEVARYING = 4,
+    CLASS_FACEVERTEX = 5
+};
 
 // Bytes per element of each type code (a string counts 4, one value).
 extern int param_sizes[10];
@@ -55,6 +63,29 @@ class DeclarationList : public HashTable {
     int size(const char* name);
     Declaration* lookup(const char* name) { return static_cast<Declaration*>(find(name)); }
 };
+
+// A declaration as its grammar reads it.
+struct ParsedDeclaration {
+    int detail = CLASS_UNIFORM;
+    int type = DECL_NONE;
+    int count = 1;
+};
+
+// RiDeclare's grammar: prefixes without separators, unknown words ignored.
+ParsedDeclaration parse_declaration(const char* text);
+// The same grammar as it reads the declaration in front of a parameter name
+// ("[class] type[[n]] name"): it also knows the words "int" and "bool"
+// (integers), the classes "facevarying" and "facevertex", and "reference"
+// before the type (a connection, read as a string), and wants each
+// word followed by blanks and a known type. On success *rest points at the
+// name that follows and true is returned.
+bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed, const char** rest);
+
+// declaration_list.lookup(name) through a small cache of the names found
+// last, so that the names every request repeats ("P", "Cs") are not hashed
+// each time. Declarations are changed in place and never removed, so a found
+// record stays the answer for its name; names not declared are not kept.
+Declaration* find_declaration(const char* name);
 
 extern HashTable token_table;
 extern DeclarationList declaration_list;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "math/derived_matrices.h"
 #include "math/matrix.h"
 #include "math/transformation.h"
 #include "ri/renderer.h"
@@ -223,6 +224,7 @@ float (*alloc_RtMatrix(const float m[4][4]))[4] {
 Transformation* alloc_TRANSFORMATION(const Transformation* t) {
     Transformation copy{};
     if (t != nullptr) {
+        settle_derived_matrices(t);
         copy = *t;
         duplicate_pair(copy.matrix0, copy.inverse0);
         duplicate_pair(copy.matrix1, copy.inverse1);
@@ -240,6 +242,7 @@ Transformation* alloc_TRANSFORMATION(const Transformation* t) {
 
 void free_TRANSFORMATION(Transformation* t) {
     if (t == nullptr || transformation_pool().tag_of(t) <= 0) return;
+    forget_derived_matrices(t);
     for (MatrixPtr m : {t->matrix0, t->inverse0, t->matrix1, t->inverse1, t->normal0, t->transpose0,
                         t->normal1, t->transpose1}) {
         if (m != nullptr) matrix_pool().give_back(m);
@@ -259,6 +262,8 @@ void* alloc_param(int size) {
 // With level 0 the chunks themselves go; value blocks still recorded in the
 // parameter pool are not freed one by one then (only their pointer arrays).
 void free_myallocs(int level) {
+    // Deferred matrices are written before their record can go.
+    settle_derived_matrices(nullptr);
     int mask = level & 7;
     if (mask == 0) {
         matrix_pool().release_chunks();

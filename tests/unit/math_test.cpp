@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <random>
 #include <vector>
 
 #include "math/matrix.h"
@@ -46,6 +48,59 @@ TEST(MathMatrix, InversionAndDeterminant) {
     float flat[4][4];
     xform(flat, 3, 1, 0, 1);
     EXPECT_EQ(matrix_invert(inv, flat), 0.0f);  // singular
+}
+
+// The determinant alone must be the very value the inversion returns: the
+// handedness bit is set from it, so a different rounding could flip it.
+TEST(MathMatrix, DeterminantAloneMatchesTheInversionsBitForBit) {
+    std::mt19937 random(6);
+    std::uniform_real_distribution<float> value(-100.0f, 100.0f);
+    const float specials[] = {0.0f,
+                              -0.0f,
+                              1.0f,
+                              1e-30f,
+                              1e30f,
+                              std::numeric_limits<float>::infinity(),
+                              std::numeric_limits<float>::quiet_NaN()};
+    float m[4][4], inv[4][4];
+    for (int trial = 0; trial < 20000; trial++) {
+        for (int i = 0; i < 4; i++)
+            for (int j = 0; j < 4; j++) {
+                // Mostly small integers and zeros (ties between pivots and
+                // singular matrices), sometimes wide values or specials.
+                const unsigned pick = random() % 10;
+                m[i][j] = pick < 4   ? float(int(random() % 5) - 2)
+                          : pick < 9 ? value(random)
+                                     : specials[random() % 7];
+            }
+        if (trial % 3 == 0) {  // the transformation requests' shapes
+            const float v[3] = {value(random), value(random), value(random)};
+            make_xform_matrix(m, v, 1 + trial % 3);
+        }
+        const float expected = matrix_invert(inv, m), got = matrix_determinant(m);
+        ASSERT_EQ(std::memcmp(&expected, &got, sizeof got), 0) << "trial " << trial;
+    }
+    EXPECT_EQ(matrix_determinant(kSwapped), matrix_invert(m, kSwapped));
+}
+
+// RiTranslate relies on this to leave the handedness bit alone without
+// computing the determinant: for any finite offsets the inversion's
+// determinant is positive.
+TEST(MathMatrix, TranslationsHaveAPositiveDeterminant) {
+    std::mt19937 random(8);
+    const float magnitudes[] = {0.0f, 1e-40f, 0.5f, 1.0f, 1.5f, 1e3f, 1e20f, 3.4e38f};
+    float m[4][4], inv[4][4];
+    for (int trial = 0; trial < 20000; trial++) {
+        float v[3];
+        for (float& x : v) {
+            const float scale = magnitudes[random() % 8];
+            x = (random() % 2 ? -scale : scale) *
+                (random() % 3 ? 1.0f : float(random() % 1000) / 999);
+        }
+        if (trial % 5 == 0) v[1] = -v[0];  // equal magnitudes tie for the pivot
+        make_xform_matrix(m, v, 1);
+        ASSERT_GT(matrix_invert(inv, m), 0.0f) << v[0] << " " << v[1] << " " << v[2];
+    }
 }
 
 TEST(MathMatrix, RotationsReduceTheAngleAndAreProper) {

@@ -5,8 +5,10 @@
 
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
+#include "math/matrix.h"
 #include "math/transform.h"
 #include "ri/renderer.h"
 #include "ri/transforms.h"
@@ -324,4 +326,48 @@ TEST_F(Transforms, MotionGuardCountsOneSamplePerPrimitiveRequest) {
     RiTrimCurve(0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
                 nullptr);  // takes no part in motion
     EXPECT_EQ(motion_level, 3 + 14);
+}
+
+// The derived matrices wait until they are read, and must then hold exactly
+// what updating them at each request gives: M's inverse, normal and
+// transpose concatenated in request order.
+TEST_F(Transforms, DeferredDerivedMatricesMatchImmediateUpdatesBitForBit) {
+    float inverse[4][4], normal[4][4], transpose[4][4];
+    make_ident(inverse);
+    make_ident(normal);
+    make_ident(transpose);
+    auto expect_applied = [&](const float m[4][4]) {
+        float mi[4][4], mit[4][4], mt[4][4];
+        matrix_invert(mi, m);
+        matrix_transpose(mit, mi);
+        matrix_transpose(mt, m);
+        concat_matrix(inverse, mi, 0);
+        concat_matrix(normal, mit, 1);
+        concat_matrix(transpose, mt, 0);
+    };
+    RiIdentity();
+    const float identity[4][4] = {{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}};
+    expect_applied(identity);
+    // More requests than the queue holds, and a copy in the middle, which
+    // must carry every update made before it.
+    for (int i = 0; i < 40; i++) {
+        float m[4][4];
+        if (i % 3 == 0) {
+            RiTranslate(0.1f * i, -2.5f, 1e3f / (i + 1));
+        } else if (i % 3 == 1) {
+            RiRotate(17.0f * i, 1, 0.5f, -0.25f);
+        } else {
+            RiScale(1.5f, -0.75f, 1.0f + i);
+        }
+        std::memcpy(m, xform_scratch_matrix(), sizeof m);
+        expect_applied(m);
+        if (i == 20) RiTransformBegin();
+    }
+    const float(*got[3])[4] = {curxform->inverse0, curxform->normal0, curxform->transpose0};
+    float point[3] = {1, 2, 3};
+    inverse_transform_p_inplace(point, curxform);  // a read settles the record
+    EXPECT_EQ(std::memcmp(got[0], inverse, sizeof inverse), 0);
+    EXPECT_EQ(std::memcmp(got[1], normal, sizeof normal), 0);
+    EXPECT_EQ(std::memcmp(got[2], transpose, sizeof transpose), 0);
+    EXPECT_EQ(capture.count(), 0u);
 }

@@ -1,0 +1,238 @@
+// The seven quadrics (sphere, cone, cylinder, paraboloid, disk, hyperboloid,
+// torus) in their variadic and array forms: each fills the shared grid with
+// a (u, v) lattice whose density is a multiple of detail_level and hands it
+// to draw_object. The parameter lists do not change the figure.
+//
+// Angles and row parameters are built by repeated single-precision addition
+// of their step, starting from the first value, so that the lattice points
+// are exactly those of the long-standing drawing. Every lattice size goes
+// through capped_cells before the grid is filled.
+#include "preview/quadrics.h"
+
+#include <cmath>
+
+#include "preview/lattice.h"
+#include "preview/variadic_forms.h"
+#include "preview/x11_previewer.h"
+#include "ri/ri.h"
+#include "ri/transforms.h"
+#include "support/error.h"
+
+namespace {
+
+constexpr double DEG_TO_RAD = 0.017453292519943295;
+
+// cos and sin of theta for columns 0..nu, theta growing by thetamax / nu.
+struct Columns {
+    float cos_theta[GRID_POINTS];
+    float sin_theta[GRID_POINTS];
+};
+
+void fill_columns(Columns* c, float thetamax, int nu) {
+    const float step = static_cast<float>(thetamax * DEG_TO_RAD / nu);
+    float theta = 0.0f;
+    for (int i = 0; i <= nu; ++i) {
+        c->cos_theta[i] = std::cos(theta);
+        c->sin_theta[i] = std::sin(theta);
+        theta += step;
+    }
+}
+
+void set_point(int row, int column, float x, float y, float z) {
+    grid[row][column][0] = x;
+    grid[row][column][1] = y;
+    grid[row][column][2] = z;
+}
+
+// One row of a surface of revolution: the circle of radius r at height z.
+void fill_circle_row(const Columns& c, int row, int nu, float r, float z) {
+    for (int i = 0; i <= nu; ++i) set_point(row, i, r * c.cos_theta[i], r * c.sin_theta[i], z);
+}
+
+}  // namespace
+
+LatticeSize fill_sphere(float radius, float zmin, float zmax, float thetamax, int d) {
+    const int nu = capped_cells(2LL * d);
+    const int nv = capped_cells(d);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    const float phimin = std::asin(zmin / radius);
+    const float phimax = std::asin(zmax / radius);
+    const float step = (phimax - phimin) / nv;
+    float phi = phimin;
+    for (int j = 0; j <= nv; ++j) {
+        fill_circle_row(c, j, nu, radius * std::cos(phi), radius * std::sin(phi));
+        phi += step;
+    }
+    return {nu, nv};
+}
+
+LatticeSize fill_cone(float height, float radius, float thetamax, int d) {
+    const int nu = capped_cells(2LL * d);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    fill_circle_row(c, 0, nu, radius, 0.0f);
+    fill_circle_row(c, 1, nu, 0.0f, height);  // every column at the apex
+    return {nu, 1};
+}
+
+LatticeSize fill_cylinder(float radius, float zmin, float zmax, float thetamax, int d) {
+    const int nu = capped_cells(2LL * d);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    fill_circle_row(c, 0, nu, radius, zmin);
+    fill_circle_row(c, 1, nu, radius, zmax);
+    return {nu, 1};
+}
+
+LatticeSize fill_paraboloid(float rmax, float zmin, float zmax, float thetamax, int d) {
+    const int nu = capped_cells(2LL * d);
+    const int nv = capped_cells(d);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    const float step = 1.0f / nv;
+    float t = 0.0f;
+    for (int j = 0; j <= nv; ++j) {
+        const float z = zmin + t * (zmax - zmin);
+        fill_circle_row(c, j, nu, rmax * std::sqrt(z / zmax), z);
+        t += step;
+    }
+    return {nu, nv};
+}
+
+LatticeSize fill_disk(float height, float radius, float thetamax, int d) {
+    const int nu = capped_cells(2LL * d);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    fill_circle_row(c, 0, nu, 0.0f, height);  // every column at the centre
+    fill_circle_row(c, 1, nu, radius, height);
+    return {nu, 1};
+}
+
+LatticeSize fill_hyperboloid(const float point1[3], const float point2[3], float thetamax, int d) {
+    const int nu = capped_cells(2LL * d);
+    const int nv = capped_cells(d / 2);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    const float step = 1.0f / nv;
+    float t = 0.0f;
+    for (int j = 0; j <= nv; ++j) {
+        const float px = (1.0f - t) * point1[0] + t * point2[0];
+        const float py = (1.0f - t) * point1[1] + t * point2[1];
+        const float pz = (1.0f - t) * point1[2] + t * point2[2];
+        for (int i = 0; i <= nu; ++i) {
+            set_point(j, i, px * c.cos_theta[i] - py * c.sin_theta[i],
+                      px * c.sin_theta[i] + py * c.cos_theta[i], pz);
+        }
+        t += step;
+    }
+    return {nu, nv};
+}
+
+LatticeSize fill_torus(float majorrad, float minorrad, float phimin, float phimax, float thetamax,
+                       int d) {
+    const int nu = capped_cells(4LL * d);
+    const int nv = capped_cells(2LL * d);
+    Columns c;
+    fill_columns(&c, thetamax, nu);
+    const float step = static_cast<float>((phimax - phimin) * DEG_TO_RAD / nv);
+    float phi = static_cast<float>(phimin * DEG_TO_RAD);
+    for (int j = 0; j <= nv; ++j) {
+        fill_circle_row(c, j, nu, majorrad + minorrad * std::cos(phi), minorrad * std::sin(phi));
+        phi += step;
+    }
+    return {nu, nv};
+}
+
+namespace {
+
+void draw_lattice(LatticeSize size) {
+    draw_grid(size.nu, size.nv);
+}
+
+}  // namespace
+
+RtVoid RiSphere(RtFloat radius, RtFloat zmin, RtFloat zmax, RtFloat thetamax, ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_sphere(radius, zmin, zmax, thetamax, detail_level));
+}
+
+RtVoid RiSphereV(RtFloat radius, RtFloat zmin, RtFloat zmax, RtFloat thetamax, RtInt n,
+                 RtToken tokens[], RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiSphere(radius, zmin, zmax, thetamax, FIRST_40_WORDS(l));
+}
+
+RtVoid RiCone(RtFloat height, RtFloat radius, RtFloat thetamax, ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_cone(height, radius, thetamax, detail_level));
+}
+
+RtVoid RiConeV(RtFloat height, RtFloat radius, RtFloat thetamax, RtInt n, RtToken tokens[],
+               RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiCone(height, radius, thetamax, FIRST_40_WORDS(l));
+}
+
+RtVoid RiCylinder(RtFloat radius, RtFloat zmin, RtFloat zmax, RtFloat thetamax, ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_cylinder(radius, zmin, zmax, thetamax, detail_level));
+}
+
+RtVoid RiCylinderV(RtFloat radius, RtFloat zmin, RtFloat zmax, RtFloat thetamax, RtInt n,
+                   RtToken tokens[], RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiCylinder(radius, zmin, zmax, thetamax, FIRST_40_WORDS(l));
+}
+
+RtVoid RiHyperboloid(RtPoint point1, RtPoint point2, RtFloat thetamax, ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_hyperboloid(point1, point2, thetamax, detail_level));
+}
+
+RtVoid RiHyperboloidV(RtPoint point1, RtPoint point2, RtFloat thetamax, RtInt n, RtToken tokens[],
+                      RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiHyperboloid(point1, point2, thetamax, FIRST_40_WORDS(l));
+}
+
+RtVoid RiParaboloid(RtFloat rmax, RtFloat zmin, RtFloat zmax, RtFloat thetamax, ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_paraboloid(rmax, zmin, zmax, thetamax, detail_level));
+}
+
+RtVoid RiParaboloidV(RtFloat rmax, RtFloat zmin, RtFloat zmax, RtFloat thetamax, RtInt n,
+                     RtToken tokens[], RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiParaboloid(rmax, zmin, zmax, thetamax, FIRST_40_WORDS(l));
+}
+
+RtVoid RiDisk(RtFloat height, RtFloat radius, RtFloat thetamax, ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_disk(height, radius, thetamax, detail_level));
+}
+
+RtVoid RiDiskV(RtFloat height, RtFloat radius, RtFloat thetamax, RtInt n, RtToken tokens[],
+               RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiDisk(height, radius, thetamax, FIRST_40_WORDS(l));
+}
+
+RtVoid RiTorus(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax, RtFloat thetamax,
+               ...) {
+    if (motion_guard()) return;
+    draw_lattice(fill_torus(majorrad, minorrad, phimin, phimax, thetamax, detail_level));
+}
+
+RtVoid RiTorusV(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax,
+                RtFloat thetamax, RtInt n, RtToken tokens[], RtPointer params[]) {
+    _array_to_v(n, tokens, params);
+    void** l = _array_to_v_list();
+    RiTorus(majorrad, minorrad, phimin, phimax, thetamax, FIRST_40_WORDS(l));
+}

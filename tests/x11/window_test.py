@@ -1,0 +1,344 @@
+#!/usr/bin/env python3
+"""Tests of what a person sees in the "Pencil Test" window, against a real X
+server: a private Xvfb started for each case, so that parallel tests and
+other windows never get in the way.
+
+Usage: window_test.py TRACERY XPROBE CASE   (CASE "list" prints the cases)
+
+xprobe (tests/x11/xprobe.cpp) finds the window, reads its pixels back with
+XGetImage and sends it keys, buttons and the window manager's close message.
+The expected pictures are worked out here from the scene's own numbers, not
+from tracery's output.
+"""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+TITLE = "Pencil Test"
+FIND_SECONDS = 20
+EXIT_SECONDS = 20
+
+# An orthographic view of a 2 by 1 rectangle on a 200 by 100 raster: the
+# screen window is (-2, 2, -1, 1), so one pixel is 0.02 units and the screen
+# origin lands on (100, 50).
+SQUARE_SCENE = """Format 200 100 1
+Projection "orthographic"
+WorldBegin
+Translate 0 0 5
+%s
+Polygon "P" [-1 -0.5 0  1 -0.5 0  1 0.5 0  -1 0.5 0]
+WorldEnd
+"""
+
+
+def raster(x, y):
+    """Raster pixel of a screen-plane point of the square scene."""
+    return round(100 + x / 0.02), round(50 - y / 0.02)
+
+
+LEFT, TOP = raster(-1, 0.5)
+RIGHT, BOTTOM = raster(1, -0.5)
+
+
+def on_outline(x, y, slack):
+    """Whether pixel (x, y) is within slack pixels of the rectangle's outline."""
+    near_x = LEFT - slack <= x <= RIGHT + slack
+    near_y = TOP - slack <= y <= BOTTOM + slack
+    vertical = near_y and (abs(x - LEFT) <= slack or abs(x - RIGHT) <= slack)
+    horizontal = near_x and (abs(y - TOP) <= slack or abs(y - BOTTOM) <= slack)
+    return vertical or horizontal
+
+
+def rgb_of(components):
+    """The 8-bit-per-component pixel X gives for a colour of 0..1 floats."""
+    return tuple(int(c * 65535.0) >> 8 for c in components)
+
+
+def close_to(pixel, rgb):
+    return all(abs(p - c) <= 1 for p, c in zip(pixel, rgb))
+
+
+class Session:
+    """A private X server, a scratch folder and the tools of one case."""
+
+    def __init__(self, tracery, xprobe, depth):
+        self.tracery, self.xprobe = tracery, xprobe
+        self.folder = tempfile.mkdtemp(prefix="tracery-x11-")
+        read_end, write_end = os.pipe()
+        self.server = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "640x480x%d" % depth, "-nolisten",
+             "tcp", "-noreset"], pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(write_end)
+        with os.fdopen(read_end) as pipe:
+            number = pipe.readline().strip()
+        if not number:
+            raise RuntimeError("Xvfb did not start")
+        self.env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": self.folder,
+                    "LC_ALL": "C", "DISPLAY": ":" + number}
+        for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"):
+            if name in os.environ:
+                self.env[name] = os.environ[name]
+        self.programs = []
+
+    def close(self):
+        for p in self.programs:
+            if p.poll() is None:
+                p.kill()
+                p.wait()
+        if self.server.poll() is None:
+            self.server.terminate()
+            self.server.wait()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def start(self, scene, *options):
+        with open(os.path.join(self.folder, "scene.rib"), "w") as f:
+            f.write(scene)
+        p = subprocess.Popen([self.tracery] + list(options) + ["scene.rib"], cwd=self.folder,
+                             env=self.env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                             stderr=subprocess.PIPE)
+        self.programs.append(p)
+        return p
+
+    def probe(self, *words):
+        return subprocess.run([self.xprobe] + [str(w) for w in words], env=self.env,
+                              capture_output=True, text=True, timeout=60)
+
+    def find_window(self):
+        r = self.probe("find", TITLE, FIND_SECONDS)
+        check(r.returncode == 0, "no window titled %r appeared" % TITLE)
+        wid, width, height = (int(v) for v in r.stdout.split())
+        return wid, width, height
+
+    def capture(self, wid):
+        r = self.probe("capture", wid)
+        check(r.returncode == 0, "the window could not be read back")
+        lines = r.stdout.splitlines()
+        return [[tuple(bytes.fromhex(word)) for word in line.split()] for line in lines[1:]]
+
+    def picture_with_outline(self, wid, colour):
+        """Waits for the rectangle to be drawn in colour and returns the capture."""
+        deadline = time.monotonic() + FIND_SECONDS
+        while True:
+            pixels = self.capture(wid)
+            middle_of_top = pixels[TOP][(LEFT + RIGHT) // 2]
+            if close_to(middle_of_top, colour) or time.monotonic() > deadline:
+                return pixels
+            time.sleep(0.05)
+
+
+def check(condition, message):
+    if not condition:
+        raise AssertionError(message)
+
+
+def wait_exit(program):
+    try:
+        out, err = program.communicate(timeout=EXIT_SECONDS)
+    except subprocess.TimeoutExpired:
+        program.kill()
+        raise AssertionError("tracery did not end")
+    return program.returncode, out.decode(errors="replace"), err.decode(errors="replace")
+
+
+def check_picture(pixels, foreground, background):
+    """The outline in the foreground colour, everything else background."""
+    check(len(pixels) == 100 and len(pixels[0]) == 200, "capture is not 200 by 100")
+    for x in range(LEFT + 2, RIGHT - 1):
+        for y in (TOP, BOTTOM):
+            check(close_to(pixels[y][x], foreground), "no line at (%d, %d): %s" % (
+                x, y, pixels[y][x]))
+    for y in range(TOP + 2, BOTTOM - 1):
+        for x in (LEFT, RIGHT):
+            check(close_to(pixels[y][x], foreground), "no line at (%d, %d): %s" % (
+                x, y, pixels[y][x]))
+    for y, row in enumerate(pixels):
+        for x, pixel in enumerate(row):
+            if not on_outline(x, y, 1):
+                check(close_to(pixel, background), "stray colour %s at (%d, %d)" % (pixel, x, y))
+
+
+def end_with_key(s, program, wid):
+    check(s.probe("key", wid).returncode == 0, "the key could not be sent")
+    status, _, err = wait_exit(program)
+    check(status == 0, "status %d after a key; stderr: %s" % (status, err))
+
+
+# ---- Cases ----
+
+def case_default_colours_and_size(s):
+    p = s.start(SQUARE_SCENE % "")
+    wid, width, height = s.find_window()
+    check((width, height) == (200, 100), "window is %d by %d" % (width, height))
+    white, grey = rgb_of((1, 1, 1)), rgb_of((0.1, 0.1, 0.1))
+    check_picture(s.picture_with_outline(wid, white), white, grey)
+    end_with_key(s, p, wid)
+
+
+def case_fg_and_bg_options(s):
+    p = s.start(SQUARE_SCENE % "", "-fg", "1", "0", "0", "-bg", "0", "0", "1")
+    wid, _, _ = s.find_window()
+    red, blue = rgb_of((1, 0, 0)), rgb_of((0, 0, 1))
+    check_picture(s.picture_with_outline(wid, red), red, blue)
+    end_with_key(s, p, wid)
+
+
+def case_color_request(s):
+    p = s.start(SQUARE_SCENE % "Color [0 1 0.5]", "-bg", "0", "0", "0")
+    wid, _, _ = s.find_window()
+    green, black = rgb_of((0, 1, 0.5)), rgb_of((0, 0, 0))
+    check_picture(s.picture_with_outline(wid, green), green, black)
+    end_with_key(s, p, wid)
+
+
+def case_nocolor_ignores_color(s):
+    p = s.start(SQUARE_SCENE % "Color [0 1 0.5]", "-nocolor", "-fg", "1", "1", "0")
+    wid, _, _ = s.find_window()
+    yellow, grey = rgb_of((1, 1, 0)), rgb_of((0.1, 0.1, 0.1))
+    check_picture(s.picture_with_outline(wid, yellow), yellow, grey)
+    end_with_key(s, p, wid)
+
+
+def case_button_reads_again_in_a_new_window(s):
+    p = s.start(SQUARE_SCENE % "")
+    first, _, _ = s.find_window()
+    white, grey = rgb_of((1, 1, 1)), rgb_of((0.1, 0.1, 0.1))
+    s.picture_with_outline(first, white)
+    r = s.probe("button", first, FIND_SECONDS)
+    check(r.returncode == 0, "no new window after a button press")
+    second, width, height = (int(v) for v in r.stdout.split())
+    check((width, height) == (200, 100), "second window is %d by %d" % (width, height))
+    check_picture(s.picture_with_outline(second, white), white, grey)
+    check(p.poll() is None, "tracery ended instead of reading again")
+    end_with_key(s, p, second)
+
+
+def case_close_ends_the_wait(s):
+    p = s.start(SQUARE_SCENE % "")
+    wid, _, _ = s.find_window()
+    s.picture_with_outline(wid, rgb_of((1, 1, 1)))
+    check(s.probe("close", wid).returncode == 0, "the close message could not be sent")
+    status, _, err = wait_exit(p)
+    check(status == 0, "status %d after close; stderr: %s" % (status, err))
+
+
+def case_lost_connection_ends_the_wait(s):
+    p = s.start(SQUARE_SCENE % "")
+    wid, _, _ = s.find_window()
+    s.picture_with_outline(wid, rgb_of((1, 1, 1)))
+    s.server.kill()
+    s.server.wait()
+    status, _, err = wait_exit(p)
+    check(status == 0, "status %d after the server went; stderr: %s" % (status, err))
+
+
+def case_uncovered_window_is_redrawn(s):
+    p = s.start(SQUARE_SCENE % "")
+    wid, _, _ = s.find_window()
+    white, grey = rgb_of((1, 1, 1)), rgb_of((0.1, 0.1, 0.1))
+    s.picture_with_outline(wid, white)
+    check(s.probe("cover", wid).returncode == 0, "the window could not be covered")
+    check_picture(s.picture_with_outline(wid, white), white, grey)
+    end_with_key(s, p, wid)
+
+
+def case_colour_fallback_when_the_colormap_is_full(s):
+    """On an 8-bit colormapped screen whose free cells are all taken, a
+    colour that cannot be allocated falls back to white or black, whichever
+    is nearer (white and black themselves are always in the map)."""
+    hog = subprocess.Popen([s.xprobe, "fill-colormap", "60"], env=s.env, stdout=subprocess.PIPE,
+                           text=True)
+    s.programs.append(hog)
+    check(hog.stdout.readline().startswith("ready"), "the colormap could not be filled")
+    p = s.start(SQUARE_SCENE % "", "-fg", "0.9", "0.8", "0.6", "-bg", "0.3", "0.2", "0.4")
+    wid, _, _ = s.find_window()
+    white, black = (255, 255, 255), (0, 0, 0)
+    check_picture(s.picture_with_outline(wid, white), white, black)
+    end_with_key(s, p, wid)
+
+
+def case_sync_paces_frames(s):
+    frames = 6
+    scene = "Format 200 100 1\n"
+    for n in range(frames):
+        scene += ("FrameBegin %d\nWorldBegin\nTranslate 0 0 5\n"
+                  "Polygon \"P\" [-1 -0.5 0  1 -0.5 0  1 0.5 0]\nWorldEnd\nFrameEnd\n" % n)
+    began = time.monotonic()
+    p = s.start(scene, "-nowait", "-sync", "10")
+    status, _, err = wait_exit(p)
+    per_frame = (time.monotonic() - began) / frames
+    check(status == 0, "status %d; stderr: %s" % (status, err))
+    # Each frame waits for its slot, 0.1 s after the one before: never
+    # faster than that, and (loosely) not much slower.
+    check(0.09 <= per_frame <= 1.0, "%.3f s a frame at -sync 10" % per_frame)
+
+
+# A binary PPM header: magic, width, height and maximum, with "#" comments.
+PPM_HEADER = re.compile(rb"P6(?:\s+|#[^\n]*\n)+(\d+)(?:\s+|#[^\n]*\n)+(\d+)"
+                        rb"(?:\s+|#[^\n]*\n)+(\d+)\s")
+
+
+def read_ppm(path):
+    with open(path, "rb") as f:
+        data = f.read()
+    header = PPM_HEADER.match(data)
+    check(header is not None, "ghostscript wrote no PPM")
+    width, height = int(header.group(1)), int(header.group(2))
+    pixels = data[header.end():]
+    return [[tuple(pixels[3 * (y * width + x):3 * (y * width + x) + 3]) for x in range(width)]
+            for y in range(height)]
+
+
+def case_postscript_page_shows_the_outline(s):
+    p = s.start(SQUARE_SCENE % "", "-nowait", "-ps", "page.ps")
+    status, _, err = wait_exit(p)
+    check(status == 0, "status %d; stderr: %s" % (status, err))
+    picture = os.path.join(s.folder, "page.ppm")
+    subprocess.run(["gs", "-q", "-dSAFER", "-dBATCH", "-dNOPAUSE", "-sDEVICE=ppmraw", "-r72",
+                    "-g202x102", "-dFIXEDMEDIA", "-sOutputFile=" + picture,
+                    os.path.join(s.folder, "page.ps")], check=True, timeout=60)
+    page = read_ppm(picture)
+
+    # A raster pixel (x, y) lies at page point (x + 1, 100 - y), which is
+    # device pixel (x + 1, 102 - (100 - y)) on a 102 pixel high page.
+    def dark_near(x, y):
+        return any(sum(page[y + 2 + dy][x + 1 + dx]) < 384
+                   for dx in (-1, 0, 1) for dy in (-1, 0, 1))
+
+    for x in range(LEFT + 3, RIGHT - 2, 7):
+        check(dark_near(x, TOP) and dark_near(x, BOTTOM), "no line on the page at x %d" % x)
+    for y in range(TOP + 3, BOTTOM - 2, 7):
+        check(dark_near(LEFT, y) and dark_near(RIGHT, y), "no line on the page at y %d" % y)
+    for x, y in ((100, 50), (LEFT + 10, TOP + 10), (30, 50), (170, 15), (100, 90)):
+        check(not dark_near(x, y), "stray ink on the page near (%d, %d)" % (x, y))
+
+
+CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
+         if name.startswith("case_")}
+
+
+def main(argv):
+    if len(argv) == 4 and argv[3] == "list":
+        print("\n".join(CASES))
+        return 0
+    if len(argv) != 4 or argv[3] not in CASES:
+        print(__doc__.strip(), file=sys.stderr)
+        return 2
+    depth = 8 if "colormap" in argv[3] else 24
+    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), depth)
+    try:
+        CASES[argv[3]](session)
+    except AssertionError as failure:
+        print("FAIL %s: %s" % (argv[3], failure))
+        return 1
+    finally:
+        session.close()
+    print("PASS %s" % argv[3])
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
