@@ -14,6 +14,10 @@
 
 namespace {
 
+// The usage text stands as the program has always printed it, so scripts that
+// read it see no change; the picture options (-png, -svg, -pdf), like the
+// working switches -debug, -dumprib and -dumptri, are documented in the
+// README instead.
 const char usage_text[] =
     "tracery - X11 vector previewer for RIB files\n"
     "Quill Rendering Tools (Adheres to the RenderMan Standard)\n"
@@ -55,6 +59,13 @@ void read_colour(char** argv, int i, float rgb[3]) {
     for (int k = 0; k < 3; ++k) rgb[k] = static_cast<float>(std::atof(argv[i + 1 + k]));
 }
 
+// The global that holds the file name of a picture option.
+char*& picture_filename(const char* option) {
+    if (std::strcmp(option, "-png") == 0) return png_filename;
+    if (std::strcmp(option, "-svg") == 0) return svg_filename;
+    return pdf_filename;
+}
+
 // Carries out the option at argv[i]; returns the number of words it takes
 // (the option included), or 0 when the word is not an option.
 int apply_option(int argc, char** argv, int i) {
@@ -75,6 +86,11 @@ int apply_option(int argc, char** argv, int i) {
         require_arguments(argc, i, 1, word);
         dump_postscript = 1;
         postscript_filename = argv[i + 1];
+        return 2;
+    }
+    if (is("-png") || is("-svg") || is("-pdf")) {
+        require_arguments(argc, i, 1, word);
+        picture_filename(word) = argv[i + 1];
         return 2;
     }
     if (is("-dumprib") || is("-dumptri")) {

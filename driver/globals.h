@@ -17,4 +17,12 @@ extern float fg_color[3];
 extern int background;
 extern int repeat_file;
 
+// Picture files asked for with -png, -svg and -pdf (null: none). When any is
+// set the program draws into the files only: no X display is opened, frames
+// are not paced and nothing is waited for at the end.
+extern char* png_filename;
+extern char* svg_filename;
+extern char* pdf_filename;
+bool pictures_wanted();
+
 #endif  // TRACERY_DRIVER_GLOBALS_H

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "driver/globals.h"
+#include "preview/picture_sink.h"
 #include "preview/postscript.h"
 #include "preview/x11_window.h"
 #include "ri/attributes.h"
@@ -105,11 +106,25 @@ void X11VectorPreviewer::add_sink(std::unique_ptr<LineSink> sink) {
 // page is opened right after it, once per run, so that every frame goes onto
 // the one page.
 void X11VectorPreviewer::Prepare_XWindow() {
+    if (pictures_wanted()) {
+        prepare_pictures();
+        return;
+    }
     if (window_ || !x11_window_enabled) return;
     window_ = X11Window::open(x_display_name, xres, yres);
     if (!window_) return;
     display = window_->display;
     add_sink(std::make_unique<X11PixmapSink>(*window_));
+    if (dump_postscript) open_postscript();
+}
+
+// With picture files asked for, the pictures (and the PostScript page) are
+// the outputs and no display is opened, so there is no window to pace or to
+// wait in. The sinks are made once per run, at the first world begin.
+void X11VectorPreviewer::prepare_pictures() {
+    if (pictures_added_) return;
+    pictures_added_ = true;
+    for (auto& sink : make_picture_sinks()) add_sink(std::move(sink));
     if (dump_postscript) open_postscript();
 }
 
@@ -140,7 +155,7 @@ void X11VectorPreviewer::worldend() {
 
 void X11VectorPreviewer::framebegin(long frame) {
     PreviewRenderer::framebegin(frame);
-    if (sync_times > 0) pace_frame();
+    if (sync_times > 0 && !pictures_wanted()) pace_frame();
 }
 
 void X11VectorPreviewer::frameend() {

@@ -26,6 +26,7 @@ class X11VectorPreviewer : public PreviewRenderer {
 
     // Opens the display, the window and its pixmap at the first world begin
     // (and the PostScript page under -ps); clears the pixmap at every one.
+    // With -png, -svg or -pdf it opens the picture files instead of a display.
     void Prepare_XWindow();
 
     // Draws the segment between two projected points (nothing unless both
@@ -46,11 +47,13 @@ class X11VectorPreviewer : public PreviewRenderer {
 
   private:
     void open_postscript();
+    void prepare_pictures();
     void final_wait();
 
     std::unique_ptr<X11Window> window_;
     std::vector<std::unique_ptr<LineSink>> sinks_;
     bool postscript_opened_ = false;  // tried once per run, failed or not
+    bool pictures_added_ = false;
     bool in_world_ = false;
     int world_width_ = 0, world_height_ = 0;
     bool color_given_ = false;

@@ -39,6 +39,12 @@ std::vector<Display*>& lost_displays() {
     return *list;
 }
 
+// The graphics contexts of a broken connection, kept reachable with it.
+std::vector<GC>& lost_gcs() {
+    static auto* list = new std::vector<GC>();
+    return *list;
+}
+
 bool is_lost(Display* display) {
     const auto& lost = lost_displays();
     return std::find(lost.begin(), lost.end(), display) != lost.end();
@@ -119,6 +125,7 @@ void X11Window::create_window() {
                     reinterpret_cast<const unsigned char*>(WINDOW_TITLE), sizeof WINDOW_TITLE - 1);
     // Being closed by the window manager arrives as a message instead of a
     // broken connection.
+    wm_protocols_ = XInternAtom(display, "WM_PROTOCOLS", False);
     wm_delete_window_ = XInternAtom(display, "WM_DELETE_WINDOW", False);
     XSetWMProtocols(display, window, &wm_delete_window_, 1);
     XMapRaised(display, window);
@@ -153,7 +160,12 @@ void X11Window::wait_until_mapped() {
 }
 
 X11Window::~X11Window() {
-    if (display == nullptr || is_lost(display)) return;
+    if (display == nullptr) return;
+    if (is_lost(display)) {
+        lost_gcs().push_back(foreground_gc);
+        lost_gcs().push_back(background_gc);
+        return;
+    }
     XFreePixmap(display, pixmap);
     XFreeGC(display, foreground_gc);
     XFreeGC(display, background_gc);
@@ -224,7 +236,8 @@ bool X11Window::handle_wait_event(WaitEnd* end) {
             return event.xdestroywindow.window == window;
         case ClientMessage:
             *end = WaitEnd::CLOSED;
-            return static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_;
+            return event.xclient.message_type == wm_protocols_ &&
+                   static_cast<Atom>(event.xclient.data.l[0]) == wm_delete_window_;
         default:
             return false;
     }

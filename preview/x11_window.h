@@ -55,6 +55,7 @@ class X11Window {
     void wait_until_mapped();
     // Takes one queued event of the final wait; true when it ends the wait.
     bool handle_wait_event(WaitEnd* end);
+    Atom wm_protocols_ = 0;
     Atom wm_delete_window_ = 0;
 };
 

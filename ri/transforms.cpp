@@ -31,6 +31,13 @@ constexpr int MOTION_TIMES_MAX = 128;
 
 Transformation* xform_stack[XFORM_STACK_MAX];
 int xform_depth = 0;
+// Set by RiTranslate for finite offsets: the matrix to concatenate is a
+// translation, whose determinant as the inversion computes it is positive
+// (with |t| <= 1 every pivot is 1; otherwise the first pivot is the largest
+// offset t after one row exchange and the last is -1/t, so the product is
+// t * (1/t) > 0), so the handedness bit cannot change and the determinant
+// need not be computed.
+bool scratch_is_translation = false;
 // Levels opened on a full stack. The overflow is severe, so this count only
 // grows when the installed handler lets the program go on. Such a level saves
 // nothing: RiTransformEnd closes it first and keeps the current
@@ -181,13 +188,15 @@ float (*xform_scratch_matrix())[4] {
 // and transpose of M are only needed at once inside motion blocks and for
 // moving records, and are otherwise deferred (math/derived_matrices.h).
 void apply_xform(int rotation_flag) {
+    const bool translation = scratch_is_translation;
+    scratch_is_translation = false;
     if (block_level < 1) RMError(RIE_NOTATTRIBS, RIE_ERROR, nullptr);
     Transformation* t = writable_curxform();
     if (!t) return;
     const bool deferred = motion_level <= 0 && !(t->flags & XFORM_MOVING);
     float det;
     if (deferred) {
-        det = matrix_determinant(xform_scratch);
+        det = translation ? 1.0f : matrix_determinant(xform_scratch);
     } else {
         settle_derived_matrices(t);
         matrix_transpose(xform_scratch_transpose, xform_scratch);
@@ -254,6 +263,7 @@ RtVoid RiPerspective(RtFloat fov) {
 
 RtVoid RiTranslate(RtFloat dx, RtFloat dy, RtFloat dz) {
     make_xform_matrix(xform_scratch, scratch_vector(dx, dy, dz), 1);
+    scratch_is_translation = std::isfinite(dx) && std::isfinite(dy) && std::isfinite(dz);
     apply_xform(0);
 }
 

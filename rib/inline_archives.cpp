@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "driver/globals.h"
 #include "math/transform.h"
 #include "preview/bound_box.h"
 #include "ri/attributes.h"
@@ -195,10 +196,13 @@ bool read_procedural_strings(std::vector<std::string>* strings) {
 // lie beyond one side of the viewing volume (in front of the near or behind
 // the far plane, or past one of the four planes through the eye and the
 // screen's edges, widened by a pixel). The box is convex, so none of it
-// can be seen then. Outside the world nothing is culled.
+// can be seen then. Outside the world nothing is culled, nor under the dump
+// options, which print the geometry whatever the camera sees.
 bool bound_off_screen(const float bound[6]) {
     // A null camera or current transformation is the identity.
-    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0) return false;
+    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0 || dump_diced_rib != 0) {
+        return false;
+    }
     const GOptions& o = *renderer;
     const bool perspective = o.projection == 0;
     const float half_width = std::fabs(xstep) * float(o.xres / 2 + 1);

@@ -945,7 +945,7 @@ int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
         const char* name = plain_name(written, &pair);
         pair.name = state.pack.add_name(name);
         if (pair.name < 0) return -1;
-        const Declaration* decl = pair.has_inline ? nullptr : declaration_list.lookup(name);
+        const Declaration* decl = pair.has_inline ? nullptr : find_declaration(name);
         int kept;
         if (pair.has_inline) {
             kept = read_inline_value(pair.inline_declaration, state.pack, &pair);

@@ -303,9 +303,34 @@ bool frame_selected(long frame) {
 
 // An identifier read at the top level: counts frames, decides whether the
 // request is executed, and otherwise skips the rest of its line.
+// Rows of recently read keywords, indexed by a cheap mix of the keyword's
+// length and end letters, so that the common requests skip the keyword hash.
+// Entries point at rows of the keyword hash, which is built once and never
+// changes, and a keyword that has no row is not kept.
+struct KeywordCacheEntry {
+    const char* keyword;
+    size_t length;
+    REACTION* row;
+};
+KeywordCacheEntry keyword_cache[256];
+
+REACTION* find_request_row(const char* word) {
+    const size_t length = strlen(word);
+    if (length == 0) return match_identifier(word);
+    const auto first = static_cast<unsigned char>(word[0]);
+    const auto last = static_cast<unsigned char>(word[length - 1]);
+    KeywordCacheEntry& entry = keyword_cache[(length * 31 + first * 7 + last) & 255];
+    if (entry.row && entry.length == length && memcmp(entry.keyword, word, length) == 0) {
+        return entry.row;
+    }
+    REACTION* row = match_identifier(word);
+    if (row) entry = {row->keyword, length, row};
+    return row;
+}
+
 void select_and_dispatch(const char* word, long* frame) {
     // One keyword lookup serves both the frame counting and the dispatch.
-    REACTION* row = match_identifier(word);
+    REACTION* row = find_request_row(word);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
     bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {

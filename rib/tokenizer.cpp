@@ -12,15 +12,13 @@
 // moment the end flag is set) is the same on both paths.
 #include "rib/tokenizer.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/compressed_input.h"
 #include "rib/token_scan.h"
 #include "support/error.h"
 #include "support/memory.h"
@@ -89,17 +87,12 @@ inline bool ends_string(int c) {
 
 // ---- Reading characters ----
 
-// Fills the read buffer; returns the number of bytes read, 0 at end of input
-// (a read error counts as end of input).
+// The one place where the read buffer is filled from the stream, with its
+// content (inflated when the stream is gzip); returns the number of bytes
+// read, 0 at end of input (a read error, or damaged compressed data reported
+// there, counts as end of input).
 int fill_buffer() {
-    if (current.descriptor >= 0) {
-        for (;;) {
-            ssize_t got = read(current.descriptor, current.buffer, READ_CHUNK);
-            if (got >= 0) return static_cast<int>(got);
-            if (errno != EINTR) return 0;
-        }
-    }
-    return static_cast<int>(fread(current.buffer, 1, READ_CHUNK, current.stream));
+    return compressed_read(current.input, current.buffer, READ_CHUNK);
 }
 
 // Refills the buffer and takes its first byte; at end of input sets the end
@@ -477,7 +470,9 @@ void skip_comment() {
 void release_state(RibStreamState& state) {
     if (state.buffer) myfree(state.buffer);
     if (state.name_copy) myfree(state.name_copy);
+    compressed_close(state.input);
     if (state.owns_stream && state.stream) fclose(state.stream);
+    state.input = nullptr;
     state.buffer = nullptr;
     state.name_copy = nullptr;
     state.stream = nullptr;
@@ -506,6 +501,7 @@ int RIBparse_open_stream(FILE* f, const char* name) {
     current.stream = f;
     current.owns_stream = opened_here;
     current.descriptor = fileno(f);
+    current.input = compressed_open(current.descriptor, f, name ? name : "stdin");
     current.buffer = static_cast<unsigned char*>(myalloc(READ_CHUNK));
     current.buffer_pos = current.buffer_len = 0;
     current.name_copy = copy_name(name ? name : "");

@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+struct CompressedInput;
+
 // Token codes returned by read_RIB_token (any other value is a single byte).
 enum RibToken {
     TOKEN_EOF = -1,
@@ -29,9 +31,10 @@ constexpr int RIB_SCRATCH_MAX = 1 << 30;
 // The whole reader state of one stream; saved and restored around archives.
 struct RibStreamState {
     FILE* stream;
-    int descriptor;         // file descriptor read directly, or -1 to read through stdio
-    int owns_stream;        // the stream was opened here and is closed with it
-    unsigned char* buffer;  // read buffer of the stream (owned)
+    int descriptor;          // file descriptor read directly, or -1 to read through stdio
+    int owns_stream;         // the stream was opened here and is closed with it
+    CompressedInput* input;  // reads the stream, inflating it when it is gzip (owned)
+    unsigned char* buffer;   // read buffer of the stream (owned)
     int buffer_pos;
     int buffer_len;
     int lookahead;

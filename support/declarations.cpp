@@ -303,6 +303,28 @@ RtToken DeclarationList::add(const char* name, const char* declaration) {
     return token;
 }
 
+namespace {
+
+Declaration* declaration_cache[256];
+
+size_t declaration_cache_slot(const char* name, size_t length) {
+    const auto first = static_cast<unsigned char>(name[0]);
+    const auto last = static_cast<unsigned char>(name[length - 1]);
+    return (length * 31 + first * 7 + last) & 255;
+}
+
+}  // namespace
+
+Declaration* find_declaration(const char* name) {
+    if (name == nullptr || name[0] == '\0') return declaration_list.lookup(name);
+    const size_t length = strlen(name);
+    Declaration*& cached = declaration_cache[declaration_cache_slot(name, length)];
+    if (cached && strcmp(cached->name, name) == 0) return cached;
+    Declaration* found = declaration_list.lookup(name);
+    if (found) cached = found;
+    return found;
+}
+
 int DeclarationList::size(const char* name) {
     Declaration* record = lookup(name);
     return record ? record->bytesize() : 0;

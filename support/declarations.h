@@ -81,6 +81,12 @@ ParsedDeclaration parse_declaration(const char* text);
 // name that follows and true is returned.
 bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed, const char** rest);
 
+// declaration_list.lookup(name) through a small cache of the names found
+// last, so that the names every request repeats ("P", "Cs") are not hashed
+// each time. Declarations are changed in place and never removed, so a found
+// record stays the answer for its name; names not declared are not kept.
+Declaration* find_declaration(const char* name);
+
 extern HashTable token_table;
 extern DeclarationList declaration_list;
 extern int token_table_totalmem;

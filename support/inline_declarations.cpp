@@ -43,5 +43,5 @@ const Declaration* parameter_declaration(RtToken token) {
     for (size_t i = 0; i < used; ++i) {
         if (records[i]->name == token) return records[i].get();
     }
-    return token != nullptr ? declaration_list.lookup(token) : nullptr;
+    return token != nullptr ? find_declaration(token) : nullptr;
 }

@@ -1,22 +1,28 @@
 #!/usr/bin/env python3
 """Runs tracery on every file of the shared RIB corpus and fails on a crash.
 
-Usage: run_corpus.py [--display] BINARY [CORPUS_DIR]
+Usage: run_corpus.py [--display | --pictures] BINARY [CORPUS_DIR]
 
 Each file is run as `BINARY -nowait FILE` from the file's own folder (archive
-names in the corpus are relative to it), with standard input empty, no X
-display and a time limit. The run fails, naming the file, when the program
+names in the corpus are relative to it), with standard input empty and a time
+limit. The run fails, naming the file, when the program
 is killed by a signal, runs out of time, or a sanitizer reports on standard
 error. The exit status of the program is not judged: bad input is reported
 and the program goes on. With --display the X display of the environment is
-kept, so that every file is drawn into its window (run it under xvfb-run);
-without it the program stops at the first world for want of a display.
+kept, so that every file is drawn into its window (run it under xvfb-run;
+--draw is another name for it); without it the program stops at the first
+world for want of a display.
 Without a corpus (../shared/corpus/files from the
 repository root) the run is skipped with a message.
+
+With --pictures every file is drawn into a PNG file (-png) instead, which
+needs no display, so every world block of every file is read and drawn
+(compressed files included) rather than stopping where a window would open.
 """
 import os
 import subprocess
 import sys
+import tempfile
 
 # A hang is what this catches, not slowness: one corpus file reads a
 # delayed archive ten thousand times, close to a minute under the sanitizers.
@@ -39,10 +45,10 @@ def environment(keep_display):
     return env
 
 
-def run_one(binary, path, env):
+def run_one(binary, path, env, extra_args):
     """Returns None when the run is acceptable, else the reason."""
     try:
-        result = subprocess.run([binary, "-nowait", os.path.basename(path)],
+        result = subprocess.run([binary, "-nowait"] + extra_args + [os.path.basename(path)],
                                 cwd=os.path.dirname(path), stdin=subprocess.DEVNULL,
                                 stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
                                 env=env, timeout=TIMEOUT_SECONDS)
@@ -58,9 +64,10 @@ def run_one(binary, path, env):
 
 
 def main(argv):
-    keep_display = len(argv) > 1 and argv[1] == "--display"
-    if keep_display:
-        argv = argv[:1] + argv[2:]
+    flags = ("--display", "--draw", "--pictures")
+    keep_display = "--display" in argv or "--draw" in argv
+    pictures = "--pictures" in argv
+    argv = [a for a in argv if a not in flags]
     if len(argv) not in (2, 3):
         print(__doc__.strip(), file=sys.stderr)
         return 2
@@ -72,12 +79,15 @@ def main(argv):
     env = environment(keep_display)
     failures = []
     count = 0
+    scratch = tempfile.TemporaryDirectory()
+    extra_args = ["-png", os.path.join(scratch.name, "corpus.png")] if pictures else []
     for path in corpus_files(corpus):
         count += 1
-        reason = run_one(binary, path, env)
+        reason = run_one(binary, path, env, extra_args)
         if reason:
             failures.append((os.path.relpath(path, corpus), reason))
             print("FAIL %s: %s" % (os.path.relpath(path, corpus), reason), flush=True)
+    scratch.cleanup()
     print("%d corpus files, %d failed" % (count, len(failures)))
     return 1 if failures else 0
 

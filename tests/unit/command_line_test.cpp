@@ -30,6 +30,7 @@ class CommandLineTest : public InterfaceStateTest {
         wait_for_last_frame = 1;
         use_colors = 1;
         RMDEBUG = 1;
+        png_filename = svg_filename = pdf_filename = nullptr;
         InterfaceStateTest::TearDown();
     }
     // Parses the words (the program name is added in front).
@@ -41,6 +42,18 @@ class CommandLineTest : public InterfaceStateTest {
     std::vector<char*> args;
     long saved_start = 0, saved_end = 0;
 };
+
+TEST_F(CommandLineTest, PictureOptionsNameTheirFiles) {
+    EXPECT_FALSE(pictures_wanted());
+    EXPECT_EQ(parse({"-svg", "a.svg", "-png", "f%04d.png", "-ps", "p.ps", "scene.rib"}), 7);
+    EXPECT_STREQ(png_filename, "f%04d.png");
+    EXPECT_STREQ(svg_filename, "a.svg");
+    EXPECT_EQ(pdf_filename, nullptr);
+    EXPECT_TRUE(pictures_wanted());
+    EXPECT_EQ(parse({"-pdf", "b.pdf", "-png", "last.png"}), 5);
+    EXPECT_STREQ(pdf_filename, "b.pdf");
+    EXPECT_STREQ(png_filename, "last.png");
+}
 
 TEST_F(CommandLineTest, OptionsTakeTheirWordsAndSetTheirGlobals) {
     float saved_bg[3] = {bg_color[0], bg_color[1], bg_color[2]};

@@ -26,6 +26,26 @@ TEST(Declarations, InterningReturnsOneCopy) {
     EXPECT_EQ(record->detail, CLASS_VARYING);
 }
 
+// The cached lookup gives what the table gives: nothing before a name is
+// declared, then its record, which a redeclaration changes in place; names
+// that share a cache slot do not answer for each other.
+TEST(Declarations, CachedLookupFollowsTheTable) {
+    EXPECT_EQ(find_declaration("decltest_late"), nullptr);
+    RiDeclare("decltest_late", "uniform point");
+    Declaration* record = find_declaration("decltest_late");
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record, declaration_list.lookup("decltest_late"));
+    RiDeclare("decltest_late", "varying float");
+    EXPECT_EQ(find_declaration("decltest_late"), record);
+    EXPECT_EQ(record->type, DECL_FLOAT);
+    // Same length, first and last letter: the same cache slot.
+    RiDeclare("decltest_lAte", "float");
+    EXPECT_NE(find_declaration("decltest_lAte"), record);
+    EXPECT_EQ(find_declaration("decltest_late"), record);
+    EXPECT_EQ(find_declaration("decltest_lbte"), nullptr);
+    EXPECT_EQ(find_declaration(""), declaration_list.lookup(""));
+}
+
 TEST(Declarations, GrammarQuirksAndSizes) {
     struct Case {
         const char* declaration;

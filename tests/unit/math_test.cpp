@@ -83,6 +83,26 @@ TEST(MathMatrix, DeterminantAloneMatchesTheInversionsBitForBit) {
     EXPECT_EQ(matrix_determinant(kSwapped), matrix_invert(m, kSwapped));
 }
 
+// RiTranslate relies on this to leave the handedness bit alone without
+// computing the determinant: for any finite offsets the inversion's
+// determinant is positive.
+TEST(MathMatrix, TranslationsHaveAPositiveDeterminant) {
+    std::mt19937 random(8);
+    const float magnitudes[] = {0.0f, 1e-40f, 0.5f, 1.0f, 1.5f, 1e3f, 1e20f, 3.4e38f};
+    float m[4][4], inv[4][4];
+    for (int trial = 0; trial < 20000; trial++) {
+        float v[3];
+        for (float& x : v) {
+            const float scale = magnitudes[random() % 8];
+            x = (random() % 2 ? -scale : scale) *
+                (random() % 3 ? 1.0f : float(random() % 1000) / 999);
+        }
+        if (trial % 5 == 0) v[1] = -v[0];  // equal magnitudes tie for the pivot
+        make_xform_matrix(m, v, 1);
+        ASSERT_GT(matrix_invert(inv, m), 0.0f) << v[0] << " " << v[1] << " " << v[2];
+    }
+}
+
 TEST(MathMatrix, RotationsReduceTheAngleAndAreProper) {
     const float axis[3] = {0.0f, 0.6f, 0.8f};
     for (float x : {0.3f, 1.7f, 4.0f}) {

@@ -11,6 +11,7 @@ The expected pictures are worked out here from the scene's own numbers, not
 from tracery's output.
 """
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -64,12 +65,12 @@ def close_to(pixel, rgb):
 class Session:
     """A private X server, a scratch folder and the tools of one case."""
 
-    def __init__(self, tracery, xprobe):
+    def __init__(self, tracery, xprobe, depth):
         self.tracery, self.xprobe = tracery, xprobe
         self.folder = tempfile.mkdtemp(prefix="tracery-x11-")
         read_end, write_end = os.pipe()
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "640x480x24", "-nolisten",
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "640x480x%d" % depth, "-nolisten",
              "tcp", "-noreset"], pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
         with os.fdopen(read_end) as pipe:
@@ -244,6 +245,21 @@ def case_uncovered_window_is_redrawn(s):
     end_with_key(s, p, wid)
 
 
+def case_colour_fallback_when_the_colormap_is_full(s):
+    """On an 8-bit colormapped screen whose free cells are all taken, a
+    colour that cannot be allocated falls back to white or black, whichever
+    is nearer (white and black themselves are always in the map)."""
+    hog = subprocess.Popen([s.xprobe, "fill-colormap", "60"], env=s.env, stdout=subprocess.PIPE,
+                           text=True)
+    s.programs.append(hog)
+    check(hog.stdout.readline().startswith("ready"), "the colormap could not be filled")
+    p = s.start(SQUARE_SCENE % "", "-fg", "0.9", "0.8", "0.6", "-bg", "0.3", "0.2", "0.4")
+    wid, _, _ = s.find_window()
+    white, black = (255, 255, 255), (0, 0, 0)
+    check_picture(s.picture_with_outline(wid, white), white, black)
+    end_with_key(s, p, wid)
+
+
 def case_sync_paces_frames(s):
     frames = 6
     scene = "Format 200 100 1\n"
@@ -260,6 +276,46 @@ def case_sync_paces_frames(s):
     check(0.09 <= per_frame <= 1.0, "%.3f s a frame at -sync 10" % per_frame)
 
 
+# A binary PPM header: magic, width, height and maximum, with "#" comments.
+PPM_HEADER = re.compile(rb"P6(?:\s+|#[^\n]*\n)+(\d+)(?:\s+|#[^\n]*\n)+(\d+)"
+                        rb"(?:\s+|#[^\n]*\n)+(\d+)\s")
+
+
+def read_ppm(path):
+    with open(path, "rb") as f:
+        data = f.read()
+    header = PPM_HEADER.match(data)
+    check(header is not None, "ghostscript wrote no PPM")
+    width, height = int(header.group(1)), int(header.group(2))
+    pixels = data[header.end():]
+    return [[tuple(pixels[3 * (y * width + x):3 * (y * width + x) + 3]) for x in range(width)]
+            for y in range(height)]
+
+
+def case_postscript_page_shows_the_outline(s):
+    p = s.start(SQUARE_SCENE % "", "-nowait", "-ps", "page.ps")
+    status, _, err = wait_exit(p)
+    check(status == 0, "status %d; stderr: %s" % (status, err))
+    picture = os.path.join(s.folder, "page.ppm")
+    subprocess.run(["gs", "-q", "-dSAFER", "-dBATCH", "-dNOPAUSE", "-sDEVICE=ppmraw", "-r72",
+                    "-g202x102", "-dFIXEDMEDIA", "-sOutputFile=" + picture,
+                    os.path.join(s.folder, "page.ps")], check=True, timeout=60)
+    page = read_ppm(picture)
+
+    # A raster pixel (x, y) lies at page point (x + 1, 100 - y), which is
+    # device pixel (x + 1, 102 - (100 - y)) on a 102 pixel high page.
+    def dark_near(x, y):
+        return any(sum(page[y + 2 + dy][x + 1 + dx]) < 384
+                   for dx in (-1, 0, 1) for dy in (-1, 0, 1))
+
+    for x in range(LEFT + 3, RIGHT - 2, 7):
+        check(dark_near(x, TOP) and dark_near(x, BOTTOM), "no line on the page at x %d" % x)
+    for y in range(TOP + 3, BOTTOM - 2, 7):
+        check(dark_near(LEFT, y) and dark_near(RIGHT, y), "no line on the page at y %d" % y)
+    for x, y in ((100, 50), (LEFT + 10, TOP + 10), (30, 50), (170, 15), (100, 90)):
+        check(not dark_near(x, y), "stray ink on the page near (%d, %d)" % (x, y))
+
+
 CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
          if name.startswith("case_")}
 
@@ -271,7 +327,8 @@ def main(argv):
     if len(argv) != 4 or argv[3] not in CASES:
         print(__doc__.strip(), file=sys.stderr)
         return 2
-    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]))
+    depth = 8 if "colormap" in argv[3] else 24
+    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), depth)
     try:
         CASES[argv[3]](session)
     except AssertionError as failure:

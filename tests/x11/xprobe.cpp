@@ -8,6 +8,9 @@
 //   xprobe capture ID                   prints "WIDTH HEIGHT", then one line
 //                                       per row of RRGGBB words
 //   xprobe key ID | button ID | close ID | cover ID
+//   xprobe fill-colormap SECONDS        takes every free cell of the default
+//                                       colormap for that long (prints
+//                                       "ready" once it holds them)
 //   xprobe button ID SECONDS            presses a button and waits for ID
 //                                       to go and a new window titled like
 //                                       it to be mapped (the server may give
@@ -84,14 +87,23 @@ int capture(Display* d, Window w) {
     XImage* image = XGetImage(d, w, 0, 0, a.width, a.height, AllPlanes, ZPixmap);
     if (image == nullptr) return 1;
     printf("%d %d\n", a.width, a.height);
+    // A colormapped visual has no masks: its pixels are looked up instead.
+    bool mapped = image->red_mask == 0;
     std::string row;
     char word[8];
     for (int y = 0; y < a.height; ++y) {
         row.clear();
         for (int x = 0; x < a.width; ++x) {
             unsigned long p = XGetPixel(image, x, y);
-            snprintf(word, sizeof word, "%02x%02x%02x", component(p, image->red_mask),
-                     component(p, image->green_mask), component(p, image->blue_mask));
+            if (mapped) {
+                XColor c{};
+                c.pixel = p;
+                XQueryColor(d, a.colormap, &c);
+                snprintf(word, sizeof word, "%02x%02x%02x", c.red >> 8, c.green >> 8, c.blue >> 8);
+            } else {
+                snprintf(word, sizeof word, "%02x%02x%02x", component(p, image->red_mask),
+                         component(p, image->green_mask), component(p, image->blue_mask));
+            }
             if (x) row += ' ';
             row += word;
         }
@@ -184,6 +196,20 @@ int button_and_new_window(Display* d, Window w, double seconds) {
     return 1;
 }
 
+// Allocates read/write cells until none is left, so that every later
+// XAllocColor of a colour not yet in the map fails.
+int fill_colormap(Display* d, double seconds) {
+    Colormap map = DefaultColormap(d, DefaultScreen(d));
+    unsigned long pixel, planes;
+    int cells = 0;
+    while (XAllocColorCells(d, map, False, &planes, 0, &pixel, 1)) ++cells;
+    XSync(d, False);
+    printf("ready %d\n", cells);
+    fflush(stdout);
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -199,7 +225,9 @@ int main(int argc, char** argv) {
     XSetErrorHandler(ignore_errors);
     std::string command = argv[1];
     int status = 2;
-    if (command == "find" && argc >= 4) {
+    if (command == "fill-colormap") {
+        status = fill_colormap(d, atof(argv[2]));
+    } else if (command == "find" && argc >= 4) {
         status = find(d, argv[2], atof(argv[3]));
     } else {
         Window w = strtoul(argv[2], nullptr, 10);

@@ -1,0 +1,83 @@
+// Polygon outlines: the closing segment, the caller's positions left as
+// given, indexed loops in the order given, and bad counts and indices.
+#include <gtest/gtest.h>
+
+#include "drawing_fixture.h"
+#include "preview/polygons.h"
+
+namespace {
+
+// Screen-plane positions of a raster pixel (orthographic, 1/64 a pixel).
+constexpr float px(int pixels) {
+    return pixels / 64.0f;
+}
+
+}  // namespace
+
+using Polygons = DrawingTest;
+
+TEST_F(Polygons, OutlineClosesBackToTheFirstVertexAndLeavesPositionsAlone) {
+    float P[] = {px(0), px(0), 1, px(8), px(0), 1, px(8), px(8), 1};
+    const float original[9] = {P[0], P[1], P[2], P[3], P[4], P[5], P[6], P[7], P[8]};
+    draw_polygon(3, P);
+    std::vector<Segment> expected = {
+        {320, 240, 328, 240}, {328, 240, 328, 232}, {328, 232, 320, 240}};
+    EXPECT_EQ(segments, expected);
+    for (int k = 0; k < 9; ++k) EXPECT_EQ(P[k], original[k]);
+}
+
+TEST_F(Polygons, SingleVertexIsOnePointAndNoVertexNothing) {
+    float P[] = {px(4), px(4), 1};
+    draw_polygon(1, P);
+    draw_polygon(0, P);
+    draw_polygon(-3, P);
+    ASSERT_EQ(segments.size(), 1u);
+    EXPECT_EQ(segments[0], (Segment{324, 236, 324, 236}));
+}
+
+TEST_F(Polygons, IndexedPolygonsDrawSharedEdgesOncePerPolygon) {
+    float P[] = {px(0), px(0), 1, px(8), px(0), 1, px(8), px(8), 1, px(0), px(8), 1};
+    RtInt nverts[] = {3, 3};
+    RtInt verts[] = {0, 1, 2, 0, 2, 3};
+    draw_points_polygons(2, nverts, verts, P);
+    std::vector<Segment> expected = {{320, 240, 328, 240}, {328, 240, 328, 232},
+                                     {328, 232, 320, 240}, {320, 240, 328, 232},
+                                     {328, 232, 320, 232}, {320, 232, 320, 240}};
+    EXPECT_EQ(segments, expected);
+}
+
+TEST_F(Polygons, GeneralIndexedLoopsInTheOrderGiven) {
+    float P[] = {px(0), px(0), 1, px(8), px(0), 1, px(8), px(8), 1, px(2), px(2), 1};
+    RtInt nloops[] = {2};
+    RtInt nverts[] = {3, 2};
+    RtInt verts[] = {0, 1, 2, 3, 0};
+    RtToken tokens[] = {RI_P};
+    RtPointer params[] = {P};
+    RiPointsGeneralPolygonsV(1, nloops, nverts, verts, 1, tokens, params);
+    std::vector<Segment> expected = {{320, 240, 328, 240},
+                                     {328, 240, 328, 232},
+                                     {328, 232, 320, 240},
+                                     {322, 238, 320, 240},
+                                     {320, 240, 322, 238}};
+    EXPECT_EQ(segments, expected);
+}
+
+TEST_F(Polygons, NegativeIndexSkipsThatPolygonOnly) {
+    float P[] = {px(0), px(0), 1, px(8), px(0), 1};
+    RtInt nverts[] = {2, 2};
+    RtInt verts[] = {0, -1, 1, 0};
+    draw_points_polygons(2, nverts, verts, P);
+    std::vector<Segment> expected = {{328, 240, 320, 240}, {320, 240, 328, 240}};
+    EXPECT_EQ(segments, expected);
+}
+
+TEST_F(Polygons, LastPositionsListWinsAndMissingOneIsReported) {
+    float first[] = {px(1), px(1), 1}, last[] = {px(2), px(2), 1};
+    RtToken tokens[] = {RI_P, RI_P};
+    RtPointer params[] = {first, last};
+    RiPolygonV(1, 2, tokens, params);
+    ASSERT_EQ(segments.size(), 1u);
+    EXPECT_EQ(segments[0], (Segment{322, 238, 322, 238}));
+    RiPolygonV(1, 0, tokens, params);
+    EXPECT_TRUE(only_report(RIE_MISSINGDATA, RIE_ERROR, "No \"P\" list found"));
+}
