@@ -245,6 +245,31 @@ def case_uncovered_window_is_redrawn(s):
     end_with_key(s, p, wid)
 
 
+def case_later_frame_keeps_the_first_window(s):
+    """A second frame at 100 by 50 draws into the first frame's 200 by 100
+    window, cleared first: the rectangle appears at half the size, centred
+    on the smaller raster's centre (50, 25)."""
+    scene = "FrameBegin 1\n" + SQUARE_SCENE % "" + "FrameEnd\n"
+    scene += "FrameBegin 2\n" + (SQUARE_SCENE % "").replace("Format 200 100", "Format 100 50")
+    scene += "FrameEnd\n"
+    p = s.start(scene)
+    wid, width, height = s.find_window()
+    check((width, height) == (200, 100), "window is %d by %d" % (width, height))
+    white, grey = rgb_of((1, 1, 1)), rgb_of((0.1, 0.1, 0.1))
+    # One pixel is now 0.04 units: x from 25 to 75, y from 12 to 37.
+    deadline = time.monotonic() + FIND_SECONDS
+    while True:
+        pixels = s.capture(wid)
+        if close_to(pixels[12][50], white) or time.monotonic() > deadline:
+            break
+        time.sleep(0.05)
+    for x, y in ((50, 12), (50, 37), (25, 25), (75, 25)):
+        check(close_to(pixels[y][x], white), "no line of the second frame at (%d, %d)" % (x, y))
+    for x, y in ((100, 25), (150, 50), (100, 75), (50, 50)):
+        check(close_to(pixels[y][x], grey), "the first frame's line left at (%d, %d)" % (x, y))
+    end_with_key(s, p, wid)
+
+
 def case_colour_fallback_when_the_colormap_is_full(s):
     """On an 8-bit colormapped screen whose free cells are all taken, a
     colour that cannot be allocated falls back to white or black, whichever
