@@ -24,6 +24,17 @@ void append_dump_number(std::string& out, float value) {
     out.append(text, result.ptr);
 }
 
+int format_dump_point(const float* p, char* text) {
+    char* end = text + DUMP_POINT_TEXT_MAX;
+    char* cursor = text;
+    for (int c = 0; c < 3; ++c) {
+        if (c > 0) *cursor++ = ' ';
+        cursor =
+            std::to_chars(cursor, end, p[c], std::chars_format::general, SIGNIFICANT_DIGITS).ptr;
+    }
+    return static_cast<int>(cursor - text);
+}
+
 void append_dump_polygon(std::string& out, const float* const points[], int n) {
     out += "Polygon \"P\" [";
     for (int k = 0; k < n; ++k) {

@@ -9,6 +9,14 @@
 // six significant digits.
 void append_dump_number(std::string& out, float value);
 
+// The longest text of one point: three numbers of at most 12 characters
+// ("-1.23457e+38") and two spaces.
+constexpr int DUMP_POINT_TEXT_MAX = 3 * 12 + 2;
+
+// Writes "x y z" of p, as append_dump_number prints each, into text (at
+// least DUMP_POINT_TEXT_MAX characters) and returns its length.
+int format_dump_point(const float* p, char* text);
+
 // Appends "Polygon \"P\" [" the n points (x y z each, single spaces) "]\n".
 void append_dump_polygon(std::string& out, const float* const points[], int n);
 

@@ -26,22 +26,50 @@ void project_lattice(int nu, int nv) {
     }
 }
 
+// The text of every lattice point, made once per lattice: under -dumptri an
+// inner point is printed in six triangles, and formatting numbers is most of
+// the cost of a dump.
+struct PointText {
+    char text[DUMP_POINT_TEXT_MAX];
+    int length;
+};
+PointText point_texts[GRID_POINTS][GRID_POINTS];
+
+void format_lattice(int nu, int nv) {
+    for (int j = 0; j <= nv; ++j) {
+        for (int i = 0; i <= nu; ++i) {
+            PointText& t = point_texts[j][i];
+            t.length = format_dump_point(grid[j][i], t.text);
+        }
+    }
+}
+
+void append_polygon_line(std::string& out, const PointText* const points[], int n) {
+    out += "Polygon \"P\" [";
+    for (int k = 0; k < n; ++k) {
+        if (k > 0) out += ' ';
+        out.append(points[k]->text, points[k]->length);
+    }
+    out += "]\n";
+}
+
 void print_cells(int nu, int nv, int mode) {
+    format_lattice(nu, nv);
     std::string text;
     for (int j = 0; j < nv; ++j) {
         for (int i = 0; i < nu; ++i) {
-            const float* a = grid[j][i];
-            const float* b = grid[j][i + 1];
-            const float* c = grid[j + 1][i + 1];
-            const float* d = grid[j + 1][i];
+            const PointText* a = &point_texts[j][i];
+            const PointText* b = &point_texts[j][i + 1];
+            const PointText* c = &point_texts[j + 1][i + 1];
+            const PointText* d = &point_texts[j + 1][i];
             if (mode == DUMP_QUADS) {
-                const float* quad[4] = {a, b, c, d};
-                append_dump_polygon(text, quad, 4);
+                const PointText* quad[4] = {a, b, c, d};
+                append_polygon_line(text, quad, 4);
             } else {
-                const float* first[3] = {a, b, d};
-                const float* second[3] = {b, c, d};
-                append_dump_polygon(text, first, 3);
-                append_dump_polygon(text, second, 3);
+                const PointText* first[3] = {a, b, d};
+                const PointText* second[3] = {b, c, d};
+                append_polygon_line(text, first, 3);
+                append_polygon_line(text, second, 3);
             }
         }
         fwrite(text.data(), 1, text.size(), stdout);

@@ -7,9 +7,8 @@
 // A curve is sampled on the lattice rule of the NURBS surfaces, twice as
 // densely (4 cells per non-empty knot span at the default detail, following
 // the relative detail, at most GRID_CELLS_MAX cells a curve, ends at min and
-// max) and each sample
-// (u, v) = (u/w, v/w) is held to the patch's drawn range before the surface
-// point is taken there.
+// max), and each sample (u, v) = (u/w, v/w) is held to the patch's drawn
+// range before the surface point is taken there.
 #include "preview/trims.h"
 
 #include <algorithm>

@@ -256,6 +256,34 @@ RtVoid RiTorus(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phima
                ...);
 RtVoid RiTorusV(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax,
                 RtFloat thetamax, RtInt n, RtToken tokens[], RtPointer params[]);
+// Subdivision surfaces, curves, points and blobbies (the C binding's forms).
+RtVoid RiSubdivisionMesh(RtToken scheme, RtInt nfaces, RtInt nvertices[], RtInt vertices[],
+                         RtInt ntags, RtToken tags[], RtInt nargs[], RtInt intargs[],
+                         RtFloat floatargs[], ...);
+RtVoid RiSubdivisionMeshV(RtToken scheme, RtInt nfaces, RtInt nvertices[], RtInt vertices[],
+                          RtInt ntags, RtToken tags[], RtInt nargs[], RtInt intargs[],
+                          RtFloat floatargs[], RtInt n, RtToken tokens[], RtPointer params[]);
+RtVoid RiHierarchicalSubdivisionMesh(RtToken scheme, RtInt nfaces, RtInt nvertices[],
+                                     RtInt vertices[], RtInt ntags, RtToken tags[], RtInt nargs[],
+                                     RtInt intargs[], RtFloat floatargs[], RtToken stringargs[],
+                                     ...);
+RtVoid RiHierarchicalSubdivisionMeshV(RtToken scheme, RtInt nfaces, RtInt nvertices[],
+                                      RtInt vertices[], RtInt ntags, RtToken tags[], RtInt nargs[],
+                                      RtInt intargs[], RtFloat floatargs[], RtToken stringargs[],
+                                      RtInt n, RtToken tokens[], RtPointer params[]);
+RtVoid RiCurves(RtToken type, RtInt ncurves, RtInt nvertices[], RtToken wrap, ...);
+RtVoid RiCurvesV(RtToken type, RtInt ncurves, RtInt nvertices[], RtToken wrap, RtInt n,
+                 RtToken tokens[], RtPointer params[]);
+RtVoid RiNuCurves(RtInt ncurves, RtInt nvertices[], RtInt order[], RtFloat knot[], RtFloat min[],
+                  RtFloat max[], ...);
+RtVoid RiNuCurvesV(RtInt ncurves, RtInt nvertices[], RtInt order[], RtFloat knot[], RtFloat min[],
+                   RtFloat max[], RtInt n, RtToken tokens[], RtPointer params[]);
+RtVoid RiPoints(RtInt npoints, ...);
+RtVoid RiPointsV(RtInt npoints, RtInt n, RtToken tokens[], RtPointer params[]);
+RtVoid RiBlobby(RtInt nleaf, RtInt ncode, RtInt code[], RtInt nflt, RtFloat flt[], RtInt nstr,
+                RtToken str[], ...);
+RtVoid RiBlobbyV(RtInt nleaf, RtInt ncode, RtInt code[], RtInt nflt, RtFloat flt[], RtInt nstr,
+                 RtToken str[], RtInt n, RtToken tokens[], RtPointer params[]);
 RtVoid RiGeometry(RtToken type, ...);
 RtVoid RiGeometryV(RtToken type, RtInt n, RtToken tokens[], RtPointer params[]);
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/modern_geometry.h"
 #include "rib/conditionals.h"
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
@@ -27,6 +28,11 @@ REACTION request_row(const char* keyword, F function, int code) {
 template <typename F>
 REACTION geometry_row(const char* keyword, F function, int code) {
     return {keyword, reinterpret_cast<RibProcedure>(function), code, RIB_parse_geometry, 0};
+}
+
+template <typename F>
+REACTION modern_geometry_row(const char* keyword, F function) {
+    return {keyword, reinterpret_cast<RibProcedure>(function), 255, RIB_parse_modern_geometry, 0};
 }
 
 }  // namespace
@@ -131,6 +137,13 @@ REACTION reactions[] = {
     request_row("MakeCubeFaceEnvironment", RiMakeCubeFaceEnvironment, 15),
     request_row("version", accept_version, 6),
     request_row("ErrorHandler", RiErrorHandler, 255),
+    // Drawn requests of the modern interface, read by their own reader.
+    modern_geometry_row("SubdivisionMesh", RiSubdivisionMeshV),
+    modern_geometry_row("HierarchicalSubdivisionMesh", RiHierarchicalSubdivisionMeshV),
+    modern_geometry_row("Curves", RiCurvesV),
+    modern_geometry_row("NuCurves", RiNuCurvesV),
+    modern_geometry_row("Points", RiPointsV),
+    modern_geometry_row("Blobby", RiBlobbyV),
     // Newer requests, read by their own readers (rib/modern_requests.cpp):
     // conditional blocks, inline archives and procedurals, then the requests
     // that are read, checked and ignored.

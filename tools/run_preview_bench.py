@@ -76,7 +76,7 @@ def reader_rate(bench, data, name, repeats):
 
 
 def dump_bytes(tracery, data, name):
-    with subprocess.Popen([tracery, "-dumptri", name], cwd=data, stdout=subprocess.PIPE,
+    with subprocess.Popen([tracery, "-nowait", "-dumptri", name], cwd=data, stdout=subprocess.PIPE,
                           stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
                           env=environment()) as proc:
         total = 0
@@ -107,7 +107,7 @@ def main():
             timed_run([tracery, "-nowait", name], data, subprocess.DEVNULL)
             for _ in range(repeats))
         with open(os.devnull, "wb") as null:
-            dump = statistics.median(timed_run([tracery, "-dumptri", name], data, null)
+            dump = statistics.median(timed_run([tracery, "-nowait", "-dumptri", name], data, null)
                                      for _ in range(repeats))
         written = dump_bytes(tracery, data, name) / 1e6
         print("%-12s %9.1f %9.1f %7.2f %9.1f %11.1f   MB/s (%.1f MB read, %.1f MB dumped)" %

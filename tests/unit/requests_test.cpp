@@ -13,6 +13,7 @@
 #include "math/transformation.h"
 #include "ri/renderer.h"
 #include "ri/transforms.h"
+#include "rib/modern_geometry.h"
 #include "rib/modern_requests.h"
 #include "rib/requests.h"
 #include "state_fixture.h"
@@ -37,9 +38,15 @@ using Messages = std::vector<std::string>;
 
 TEST(RequestTable, EveryKeywordIsFoundInItsOwnSlot) {
     make_RIB_hash_table();
-    int rows = 0, newer_rows = 0;
+    int rows = 0, newer_rows = 0, drawn_rows = 0;
     for (const REACTION* r = reactions; r->keyword; ++r) {
-        (r->parse == RIBparse_modern_request ? newer_rows : rows) += 1;
+        if (r->parse == RIBparse_modern_request) {
+            newer_rows++;
+        } else if (r->parse == RIB_parse_modern_geometry) {
+            drawn_rows++;
+        } else {
+            rows++;
+        }
         REACTION* slot = match_identifier(r->keyword);
         ASSERT_NE(slot, nullptr) << r->keyword;
         EXPECT_STREQ(slot->keyword, r->keyword);
@@ -48,6 +55,7 @@ TEST(RequestTable, EveryKeywordIsFoundInItsOwnSlot) {
         EXPECT_EQ(slot, &RIB_hash_table[slot->slot]);
     }
     EXPECT_EQ(rows, 95);
+    EXPECT_EQ(drawn_rows, 6);
     EXPECT_EQ(newer_rows, 33);
     EXPECT_EQ(match_identifier("sphere"), nullptr);
     EXPECT_EQ(match_identifier("Spheres"), nullptr);
