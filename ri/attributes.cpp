@@ -279,6 +279,10 @@ void set_attribute_floor(int depth) {
     attribute_floor = depth;
 }
 
+int gstate_lifetime_tag(const GState* state) {
+    return state_tag(state);
+}
+
 bool current_state_tagged(int tag_bits) {
     GState* state = current_gstate();
     if (state == nullptr) return false;

@@ -63,6 +63,9 @@ void set_attribute_floor(int depth);
 // Whether the current graphics state is a pool state whose lifetime tag
 // shares a bit with tag_bits (2: it is released at the end of the frame).
 bool current_state_tagged(int tag_bits);
+// The lifetime tag of a graphics state (the block level it was made at,
+// whose end releases it); -1 for a state not taken from the pool.
+int gstate_lifetime_tag(const GState* state);
 // Number of blocks in the graphics state pool (for tests and diagnostics).
 int gstate_pool_blocks();
 
