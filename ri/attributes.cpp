@@ -182,12 +182,30 @@ void give_back_state(GState* state) {
 // back: the restored state, one saved by an outer level, or one marked
 // shared (anything that retains a state, such as a stored object, must mark
 // it so).
+// A custom basis copied by RiBasis at the closing level belongs to the
+// abandoned state alone (the restored one holds its own, and the level's
+// state is copied from nothing else), so it goes back to the pool with the
+// state: a stream of attribute blocks that each set a basis then reads in
+// flat memory.
+void give_back_own_bases(const GState* abandoned, const GState* restored) {
+    float(*const mine[2])[4] = {abandoned->ubasis, abandoned->vbasis};
+    float(*const kept[2])[4] = {restored ? restored->ubasis : nullptr,
+                                restored ? restored->vbasis : nullptr};
+    for (int i = 0; i < 2; ++i) {
+        if (mine[i] == nullptr || is_standard_basis(mine[i])) continue;
+        if (mine[i] == kept[0] || mine[i] == kept[1]) continue;
+        if (i == 1 && mine[1] == mine[0]) continue;
+        matrix_pool().give_back(mine[i]);
+    }
+}
+
 void give_back_if_unreferenced(GState* state) {
     if (state == nullptr || state == renderer->gstate) return;
     if (state->flags & GSTATE_SHARED) return;
     for (int i = 0; i < attribute_depth; ++i) {
         if (attribute_stack[i] == state) return;
     }
+    give_back_own_bases(state, renderer->gstate);
     give_back_state(state);
 }
 
