@@ -214,7 +214,32 @@ RtVoid RiPatch(RtToken type, ...) {
     reset_mesh_place();
 }
 
+namespace {
+
+// Pairs that fit the 40 words handed to the variadic form, with the null pair
+// that ends them.
+constexpr int VARIADIC_PAIRS_MAX = 19;
+
+}  // namespace
+
+// A longer list would run past the 40 words without its ending null pair, so
+// it is cut to the pairs a patch reads: its last 19 position parameters, in
+// their order (the last one is the one drawn).
 RtVoid RiPatchV(RtToken type, RtInt n, RtToken tokens[], RtPointer params[]) {
+    RtToken kept_tokens[VARIADIC_PAIRS_MAX];
+    RtPointer kept_params[VARIADIC_PAIRS_MAX];
+    if (n > VARIADIC_PAIRS_MAX) {
+        int kept = 0;
+        for (int i = n - 1; i >= 0 && kept < VARIADIC_PAIRS_MAX; --i) {
+            if (position_kind(tokens[i]) == POSITION_NONE) continue;
+            kept_tokens[VARIADIC_PAIRS_MAX - 1 - kept] = tokens[i];
+            kept_params[VARIADIC_PAIRS_MAX - 1 - kept] = params[i];
+            ++kept;
+        }
+        n = kept;
+        tokens = kept_tokens + VARIADIC_PAIRS_MAX - kept;
+        params = kept_params + VARIADIC_PAIRS_MAX - kept;
+    }
     _array_to_v(n, tokens, params);
     void** l = _array_to_v_list();
     RiPatch(type, FIRST_40_WORDS(l));

@@ -92,10 +92,10 @@ const T* copy_run(const T* values, long long count, char** cursor) {
 const TrimLoops* kept_copy(RtInt nloops, const RtInt ncurves[], const RtInt order[],
                            const RtFloat knot[], const RtFloat min[], const RtFloat max[],
                            const RtInt n[], const RtFloat u[], const RtFloat v[], const RtFloat w[],
-                           const TrimSizes& sizes) {
+                           const TrimSizes& sizes, int tag) {
     const long long bytes = static_cast<long long>(sizeof(TrimLoops)) +
                             4 * (nloops + 4 * sizes.curves + sizes.knots + 3 * sizes.points);
-    auto* block = static_cast<char*>(alloc_param(static_cast<int>(bytes)));
+    auto* block = static_cast<char*>(alloc_param_tagged(static_cast<int>(bytes), tag));
     if (block == nullptr) return nullptr;
     auto* loops = reinterpret_cast<TrimLoops*>(block);
     char* cursor = block + sizeof(TrimLoops);
@@ -128,9 +128,17 @@ RtVoid RiTrimCurve(RtInt nloops, RtInt ncurves[], RtInt order[], RtFloat knot[],
     }
     if (!curves_valid(order, knot, min, max, n, &sizes)) return;
     if (renderer == nullptr) return;
-    const TrimLoops* loops = kept_copy(nloops, ncurves, order, knot, min, max, n, u, v, w, sizes);
     GState* state = renderer->ready_gstate();
-    if (loops != nullptr && state != nullptr) state->trim_loops = loops;
+    if (state == nullptr) return;
+    // The copy is released with the state that keeps it, not with the block
+    // under way: after nesting errors that were let go on, a state older
+    // than the frame may be current inside it, and must not keep loops that
+    // the frame's end releases.
+    int tag = gstate_lifetime_tag(state);
+    if (tag <= 0) tag = block_level;
+    const TrimLoops* loops =
+        kept_copy(nloops, ncurves, order, knot, min, max, n, u, v, w, sizes, tag);
+    if (loops != nullptr) state->trim_loops = loops;
 }
 
 namespace {

@@ -108,6 +108,12 @@ void* take_from_new_block(unsigned char tag) {
 GState* attribute_stack[ATTRIBUTE_STACK_MAX];
 int attribute_depth = 0;
 int attribute_overflow = 0;
+// Levels at or below this depth (overflow levels counted) belong outside the
+// frame under way: RiAttributeEnd inside the frame does not close them. Its
+// states, and whatever they hold that is released at the frame's end, must
+// not outlive the frame, nor must a state older than the frame be given
+// anything released with it.
+int attribute_floor = 0;
 
 GState* current_gstate() {
     return renderer ? renderer->gstate : nullptr;
@@ -136,6 +142,20 @@ float (*stored_basis(RtBasis basis, float (*old)[4]))[4] {
 // Returns one state to its block before the sweep of its tag (the
 // statistics count it as no longer outstanding); a state that is not a taken
 // pool state is left alone.
+// The lifetime tag of a taken pool state; -1 for anything else.
+int state_tag(const GState* state) {
+    auto* byte = reinterpret_cast<const unsigned char*>(state);
+    for (size_t b = gstate_blocks.size(); b-- > 0;) {
+        const GStateBlock& block = gstate_blocks[b];
+        auto* first = reinterpret_cast<const unsigned char*>(block.states);
+        if (byte < first || byte >= first + GSTATES_PER_BLOCK * sizeof(GState)) continue;
+        const size_t offset = static_cast<size_t>(byte - first);
+        if (offset % sizeof(GState) != 0) return -1;
+        return block.tags[offset / sizeof(GState)];
+    }
+    return -1;
+}
+
 void give_back_state(GState* state) {
     auto* byte = reinterpret_cast<unsigned char*>(state);
     for (size_t b = gstate_blocks.size(); b-- > 0;) {
@@ -162,12 +182,30 @@ void give_back_state(GState* state) {
 // back: the restored state, one saved by an outer level, or one marked
 // shared (anything that retains a state, such as a stored object, must mark
 // it so).
+// A custom basis copied by RiBasis at the closing level belongs to the
+// abandoned state alone (the restored one holds its own, and the level's
+// state is copied from nothing else), so it goes back to the pool with the
+// state: a stream of attribute blocks that each set a basis then reads in
+// flat memory.
+void give_back_own_bases(const GState* abandoned, const GState* restored) {
+    float(*const mine[2])[4] = {abandoned->ubasis, abandoned->vbasis};
+    float(*const kept[2])[4] = {restored ? restored->ubasis : nullptr,
+                                restored ? restored->vbasis : nullptr};
+    for (int i = 0; i < 2; ++i) {
+        if (mine[i] == nullptr || is_standard_basis(mine[i])) continue;
+        if (mine[i] == kept[0] || mine[i] == kept[1]) continue;
+        if (i == 1 && mine[1] == mine[0]) continue;
+        matrix_pool().give_back(mine[i]);
+    }
+}
+
 void give_back_if_unreferenced(GState* state) {
     if (state == nullptr || state == renderer->gstate) return;
     if (state->flags & GSTATE_SHARED) return;
     for (int i = 0; i < attribute_depth; ++i) {
         if (attribute_stack[i] == state) return;
     }
+    give_back_own_bases(state, renderer->gstate);
     give_back_state(state);
 }
 
@@ -252,6 +290,22 @@ int attribute_stack_depth() {
 void clear_attribute_stack() {
     attribute_depth = 0;
     attribute_overflow = 0;
+    attribute_floor = 0;
+}
+
+void set_attribute_floor(int depth) {
+    attribute_floor = depth;
+}
+
+int gstate_lifetime_tag(const GState* state) {
+    return state_tag(state);
+}
+
+bool current_state_tagged(int tag_bits) {
+    GState* state = current_gstate();
+    if (state == nullptr) return false;
+    int tag = state_tag(state);
+    return tag > 0 && (tag & tag_bits) != 0;
 }
 
 RtVoid RiAttributeBegin() {
@@ -276,12 +330,12 @@ RtVoid RiAttributeBegin() {
 }
 
 RtVoid RiAttributeEnd() {
-    if (attribute_overflow > 0) {
+    if (attribute_overflow > 0 && attribute_depth + attribute_overflow > attribute_floor) {
         --attribute_overflow;
         RiTransformEnd();
         return;
     }
-    if (attribute_depth == 0) {
+    if (attribute_depth == 0 || attribute_depth + attribute_overflow <= attribute_floor) {
         RMError(RIE_NESTING, RIE_ERROR, "Attribute stack underflow");
         return;
     }

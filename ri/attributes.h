@@ -57,6 +57,15 @@ extern int warned_instance;
 int attribute_stack_depth();
 // Empties the attribute stack without touching the states (for resets).
 void clear_attribute_stack();
+// Sets the depth below which RiAttributeEnd reports an underflow instead of
+// closing a level (the levels that enclose a frame); 0 lifts it.
+void set_attribute_floor(int depth);
+// Whether the current graphics state is a pool state whose lifetime tag
+// shares a bit with tag_bits (2: it is released at the end of the frame).
+bool current_state_tagged(int tag_bits);
+// The lifetime tag of a graphics state (the block level it was made at,
+// whose end releases it); -1 for a state not taken from the pool.
+int gstate_lifetime_tag(const GState* state);
 // Number of blocks in the graphics state pool (for tests and diagnostics).
 int gstate_pool_blocks();
 

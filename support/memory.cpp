@@ -253,7 +253,11 @@ void free_TRANSFORMATION(Transformation* t) {
 // If the pool is exhausted (and the program goes on), the block is handed out
 // untracked and lives until the process ends.
 void* alloc_param(int size) {
-    void* slot = param_pool().take(current_tag());
+    return alloc_param_tagged(size, current_tag());
+}
+
+void* alloc_param_tagged(int size, int tag) {
+    void* slot = param_pool().take(tag & 7);
     void* block = myalloc(static_cast<size_t>(std::max(size, 4)));
     if (slot != nullptr) *static_cast<void**>(slot) = block;
     return block;

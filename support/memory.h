@@ -32,6 +32,9 @@ Transformation* alloc_TRANSFORMATION(const Transformation* t);
 void free_TRANSFORMATION(Transformation* t);
 // A block of max(size, 4) bytes released by the sweep of its tag.
 void* alloc_param(int size);
+// The same, released by the sweep of the given tag (of which only the low
+// three bits count, as for block levels) instead of the current level's.
+void* alloc_param_tagged(int size, int tag);
 // Releases every pooled slot whose tag shares a bit with level & 7; with 0,
 // releases the pools' chunks themselves.
 void free_myallocs(int level);

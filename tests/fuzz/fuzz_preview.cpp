@@ -1,10 +1,13 @@
 // libFuzzer entry for the whole path of a preview: each input is read as one
 // RIB file by a freshly begun interface, exactly as the program reads a file
-// named on its command line, and everything it draws goes through every
-// output at once: the window's drawing path (no X display is opened, as
-// DISPLAY is unset), the PostScript sink (to /dev/null) and, chosen by the
-// input's length, the diced RIB or triangle dump (to standard output, which
-// the fuzzer closes). Inputs are taken up to 1 MB.
+// named on its command line (plain or gzip-compressed), and everything it
+// draws goes to every output at once: the PostScript page, PNG, SVG and PDF
+// pictures (all written to /dev/null) and, chosen by the input's length, the
+// diced RIB or triangle dump (to standard output, which the fuzzer closes).
+// No X display is opened (the window is the one output left out: opening a
+// display per input would measure the X server); the sinks the window would
+// have opened are added to the previewer directly. Inputs are taken up to
+// 1 MB.
 //
 // The error handlers stay live: an input may install "print", "abort" or
 // "ignore" through its ErrorHandler requests, as in the program. Those
@@ -22,9 +25,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include "driver/globals.h"
+#include "preview/picture_sink.h"
+#include "preview/postscript.h"
+#include "preview/x11_previewer.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
 #include "support/error.h"
@@ -33,7 +40,7 @@ namespace {
 
 constexpr size_t MAX_INPUT = 1 << 20;
 
-char postscript_sink[] = "/dev/null";
+char null_file[] = "/dev/null";
 int exits_intercepted = 0;
 
 void note_exit(int) {
@@ -44,10 +51,21 @@ void note_exit(int) {
 // mode varies with the input so that every output is exercised.
 void set_options(size_t size) {
     wait_for_last_frame = 0;
-    dump_postscript = 1;
-    postscript_filename = postscript_sink;
+    x11_window_enabled = 0;
+    dump_postscript = 0;  // the page is added below, without a window
+    png_filename = svg_filename = pdf_filename = null_file;
     dump_diced_rib = static_cast<int>(size % 3);
     drawing_on = 1;
+}
+
+// The outputs the window and the command line would give the previewer.
+void add_outputs() {
+    X11VectorPreviewer* p = previewer();
+    if (p == nullptr) return;
+    if (FILE* page = OpenPostFile(null_file, nullptr, nullptr)) {
+        p->add_sink(std::make_unique<PostScriptSink>(page));
+    }
+    for (auto& sink : make_picture_sinks()) p->add_sink(std::move(sink));
 }
 
 }  // namespace
@@ -67,6 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RiErrorHandler(RiErrorPrint);
     set_options(size);
     RiBegin(nullptr);
+    add_outputs();
     FILE* stream = fmemopen(input.data(), input.size(), "r");
     if (stream != nullptr) {
         ParseRIB_stream(stream, "fuzz.rib", renderer ? renderer->include_path : nullptr,

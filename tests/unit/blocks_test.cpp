@@ -111,3 +111,42 @@ TEST_F(BlockStructure, NullHiderWorldOpensNoLevelAndEndClosesTheFrames) {
     RiFrameEnd();
     EXPECT_TRUE(only_report(24, 2, "Attribute stack underflow"));
 }
+
+// Everything allocated in a frame is released at its end, so the frame ends
+// no earlier than the blocks opened in it (they are closed with one report),
+// and its requests never close the blocks around it: no state that outlives
+// the frame can hold what the frame's end releases.
+TEST_F(BlockStructure, FrameEndClosesWhatTheFrameLeftOpen) {
+    RiBegin(RI_NULL);
+    RiAttributeBegin();
+    GState* outer = renderer->gstate;
+    RiFrameBegin(1);
+    RiAttributeBegin();
+    RiAttributeBegin();
+    RiTransformBegin();
+    EXPECT_EQ(capture.count(), 0u);
+    RiFrameEnd();
+    EXPECT_TRUE(
+        only_report(RIE_NESTING, RIE_ERROR, "FrameEnd closes the blocks left open in the frame"));
+    EXPECT_EQ(attribute_stack_depth(), 1);
+    EXPECT_EQ(transform_stack_depth(), 1);
+    EXPECT_EQ(renderer->gstate, outer);
+}
+
+TEST_F(BlockStructure, RequestsInAFrameCannotCloseTheBlocksAroundIt) {
+    RiBegin(RI_NULL);
+    RiAttributeBegin();
+    RiFrameBegin(1);
+    GState* frame_state = renderer->gstate;
+    RiAttributeEnd();  // the frame's own level
+    RiAttributeEnd();  // the level around the frame
+    EXPECT_EQ(capture.count(), 2u);
+    for (const CapturedError& e : capture.errors())
+        EXPECT_EQ(e.message, "Attribute stack underflow");
+    EXPECT_EQ(renderer->gstate, frame_state);
+    capture.clear();
+    RiFrameEnd();
+    RiAttributeEnd();
+    EXPECT_EQ(attribute_stack_depth(), 0);
+    EXPECT_EQ(capture.count(), 0u);
+}
