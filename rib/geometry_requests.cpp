@@ -19,9 +19,24 @@ RibGeometryHook rib_geometry_hook = nullptr;
 
 using rib_lists::accept_list;
 using rib_lists::CheckSizes;
+using rib_lists::emit;
 using rib_lists::PrimitiveList;
 using rib_lists::RunBuffer;
 using rib_lists::saturating_product;
+
+RibGeometryCall rib_lists::make_call(const char* keyword, int n, RtToken tokens[],
+                                     RtPointer values[], int counts[], CheckSizes sizes) {
+    RibGeometryCall call{};
+    call.keyword = keyword;
+    call.nvertex = std::max(sizes.nvertex, 0LL);
+    call.nvarying = std::max(sizes.nvarying, 0LL);
+    call.nuniform = std::max(sizes.nuniform, 0LL);
+    call.n = n;
+    call.tokens = tokens;
+    call.values = values;
+    call.counts = counts;
+    return call;
+}
 
 namespace {
 
@@ -40,27 +55,8 @@ RunBuffer<int> int_lists[3];
 RunBuffer<float> float_lists[6];
 
 RibGeometryCall make_call(const char* keyword, PrimitiveList* list, CheckSizes sizes) {
-    RibGeometryCall call{};
-    call.keyword = keyword;
-    call.nvertex = std::max(sizes.nvertex, 0LL);
-    call.nvarying = std::max(sizes.nvarying, 0LL);
-    call.nuniform = std::max(sizes.nuniform, 0LL);
-    if (list != nullptr) {
-        call.n = list->n;
-        call.tokens = list->tokens;
-        call.values = list->values;
-        call.counts = list->counts;
-    }
-    return call;
-}
-
-template <typename Primitive>
-void emit(const RibGeometryCall& call, Primitive&& primitive) {
-    if (rib_geometry_hook != nullptr) {
-        rib_geometry_hook(call);
-    } else {
-        primitive();
-    }
+    if (list == nullptr) return rib_lists::make_call(keyword, 0, nullptr, nullptr, nullptr, sizes);
+    return rib_lists::make_call(keyword, list->n, list->tokens, list->values, list->counts, sizes);
 }
 
 // ---- positional arguments ----

@@ -22,11 +22,14 @@
 #include "preview/subdivision.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
+#include "rib/parameter_lists.h"
 #include "rib/parameters.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/memory.h"
+
+using rib_lists::emit;
 
 namespace {
 
@@ -190,25 +193,8 @@ struct PrimitiveList {
 
 RibGeometryCall make_call(const char* keyword, PrimitiveList& list, long long nvertex,
                           long long nvarying, long long nuniform) {
-    RibGeometryCall call{};
-    call.keyword = keyword;
-    call.nvertex = nvertex;
-    call.nvarying = nvarying;
-    call.nuniform = nuniform;
-    call.n = list.n;
-    call.tokens = list.tokens;
-    call.values = list.values;
-    call.counts = list.counts;
-    return call;
-}
-
-template <typename Primitive>
-void emit(const RibGeometryCall& call, Primitive&& primitive) {
-    if (rib_geometry_hook != nullptr) {
-        rib_geometry_hook(call);
-    } else {
-        primitive();
-    }
+    return rib_lists::make_call(keyword, list.n, list.tokens, list.values, list.counts,
+                                {nvertex, nvarying, nuniform});
 }
 
 // ---- subdivision meshes ----

@@ -65,6 +65,23 @@ struct CheckSizes {
 bool accept_list(const char* keyword, PrimitiveList& list, CheckSizes sizes,
                  long long positions_read, bool patch_positions);
 
+// The call the geometry hook is handed instead of the primitive: the keyword,
+// the sizes checked against (clamped at zero) and the list (n may be 0 with
+// null arrays).
+RibGeometryCall make_call(const char* keyword, int n, RtToken tokens[], RtPointer values[],
+                          int counts[], CheckSizes sizes);
+
+// Hands the call to the geometry hook when one is set (tests, benchmarks),
+// else runs the primitive.
+template <typename Primitive>
+void emit(const RibGeometryCall& call, Primitive&& primitive) {
+    if (rib_geometry_hook != nullptr) {
+        rib_geometry_hook(call);
+    } else {
+        primitive();
+    }
+}
+
 }  // namespace rib_lists
 
 #endif  // TRACERY_RIB_PARAMETER_LISTS_H
