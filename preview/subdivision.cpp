@@ -458,11 +458,15 @@ int points_indexed(RtInt nfaces, const RtInt nvertices[], const RtInt vertices[]
 
 }  // namespace
 
-RtVoid RiHierarchicalSubdivisionMeshV(RtToken scheme, RtInt nfaces, RtInt nvertices[],
-                                      RtInt vertices[], RtInt ntags, RtToken tags[], RtInt nargs[],
-                                      RtInt intargs[], RtFloat floatargs[], RtToken[], RtInt n,
-                                      RtToken tokens[], RtPointer params[]) {
-    const SubdivisionInput mesh = {"HierarchicalSubdivisionMesh",
+namespace {
+
+// Both mesh requests in their array form; the hierarchical one gives three
+// counts a tag (integers, floats, strings) where the other gives two.
+void mesh_request(const char* request, int counts_per_tag, RtToken scheme, RtInt nfaces,
+                  RtInt nvertices[], RtInt vertices[], RtInt ntags, RtToken tags[], RtInt nargs[],
+                  RtInt intargs[], RtFloat floatargs[], RtInt n, RtToken tokens[],
+                  RtPointer params[]) {
+    const SubdivisionInput mesh = {request,
                                    scheme,
                                    std::max(nfaces, 0),
                                    nvertices,
@@ -470,13 +474,23 @@ RtVoid RiHierarchicalSubdivisionMeshV(RtToken scheme, RtInt nfaces, RtInt nverti
                                    std::max(ntags, 0),
                                    tags,
                                    nargs,
-                                   3,
+                                   counts_per_tag,
                                    intargs,
                                    floatargs,
                                    find_P(n, tokens, params),
                                    points_indexed(nfaces, nvertices, vertices),
                                    false};
     subdivision_mesh_request(mesh);
+}
+
+}  // namespace
+
+RtVoid RiHierarchicalSubdivisionMeshV(RtToken scheme, RtInt nfaces, RtInt nvertices[],
+                                      RtInt vertices[], RtInt ntags, RtToken tags[], RtInt nargs[],
+                                      RtInt intargs[], RtFloat floatargs[], RtToken[], RtInt n,
+                                      RtToken tokens[], RtPointer params[]) {
+    mesh_request("HierarchicalSubdivisionMesh", 3, scheme, nfaces, nvertices, vertices, ntags, tags,
+                 nargs, intargs, floatargs, n, tokens, params);
 }
 
 RtVoid RiHierarchicalSubdivisionMesh(RtToken scheme, RtInt nfaces, RtInt nvertices[],
@@ -494,21 +508,8 @@ RtVoid RiHierarchicalSubdivisionMesh(RtToken scheme, RtInt nfaces, RtInt nvertic
 RtVoid RiSubdivisionMeshV(RtToken scheme, RtInt nfaces, RtInt nvertices[], RtInt vertices[],
                           RtInt ntags, RtToken tags[], RtInt nargs[], RtInt intargs[],
                           RtFloat floatargs[], RtInt n, RtToken tokens[], RtPointer params[]) {
-    SubdivisionInput mesh = {"SubdivisionMesh",
-                             scheme,
-                             std::max(nfaces, 0),
-                             nvertices,
-                             vertices,
-                             std::max(ntags, 0),
-                             tags,
-                             nargs,
-                             2,
-                             intargs,
-                             floatargs,
-                             find_P(n, tokens, params),
-                             points_indexed(nfaces, nvertices, vertices),
-                             false};
-    subdivision_mesh_request(mesh);
+    mesh_request("SubdivisionMesh", 2, scheme, nfaces, nvertices, vertices, ntags, tags, nargs,
+                 intargs, floatargs, n, tokens, params);
 }
 
 RtVoid RiSubdivisionMesh(RtToken scheme, RtInt nfaces, RtInt nvertices[], RtInt vertices[],
