@@ -171,3 +171,13 @@ void run_once(int argc, char** argv) {
     }
     RiEnd();
 }
+
+int run_program(int argc, char** argv) {
+    repeat_file = 1;
+    while (repeat_file) {
+        repeat_file = 0;
+        run_once(argc, argv);
+    }
+    release_rib_tables();
+    return 0;
+}

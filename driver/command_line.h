@@ -17,4 +17,9 @@ void read_startup_file();
 // Runs the interface once over the start-up file, the options and the files.
 void run_once(int argc, char** argv);
 
+// The whole program: runs the interface over everything for as long as the
+// previewer asks for a repeat, releases the request tables and returns the
+// exit status.
+int run_program(int argc, char** argv);
+
 #endif  // TRACERY_DRIVER_COMMAND_LINE_H

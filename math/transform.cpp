@@ -110,6 +110,11 @@ float inverse_transform_measure(float d, const Transformation* t) {
     return measure(d, t, INVERSE_MATRIX);
 }
 
+const float (*point_matrix_at(const Transformation* t, float time, float scratch[4][4]))[4] {
+    if (t == nullptr) return nullptr;
+    return select_matrix(t, POINT_MATRIX, time, scratch);
+}
+
 void transform_p_inplace(float* p, const Transformation* t) {
     transform_p(p, t, p);
 }

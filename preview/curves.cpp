@@ -194,7 +194,7 @@ class DrawingSink : public CurvePointSink {
   public:
     void point(const float p[3]) override {
         float current[3] = {p[0], p[1], p[2]};
-        toscreen(current);
+        projection_.project(current);
         if (count_ == 0) {
             std::copy(current, current + 3, first_);
         } else {
@@ -210,6 +210,7 @@ class DrawingSink : public CurvePointSink {
     }
 
   private:
+    const ScreenProjection projection_;
     float first_[3], previous_[3];
     long count_ = 0;
 };

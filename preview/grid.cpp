@@ -21,8 +21,9 @@ namespace {
 enum DumpMode { DUMP_NONE = 0, DUMP_QUADS = 1, DUMP_TRIANGLES = 2 };
 
 void project_lattice(int nu, int nv) {
+    const ScreenProjection projection;
     for (int j = 0; j <= nv; ++j) {
-        for (int i = 0; i <= nu; ++i) toscreen(grid[j][i]);
+        for (int i = 0; i <= nu; ++i) projection.project(grid[j][i]);
     }
 }
 

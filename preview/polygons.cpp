@@ -5,8 +5,11 @@
 // The array forms do the work; the variadic forms take their lists apart.
 #include "preview/polygons.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstring>
+#include <vector>
 
 #include "driver/globals.h"
 #include "preview/dump.h"
@@ -33,22 +36,39 @@ void report_missing_positions() {
     RMError(RIE_MISSINGDATA, RIE_ERROR, "No \"P\" list found");
 }
 
-// Draws the closed outline of n vertices, vertex k being P[index(k)]. Copies
-// of the vertices are projected, so the caller's positions stay as given;
-// with n = 1 the closing segment is a single point.
+// Projected copies of polygon vertices, kept from call to call: the
+// caller's positions stay as given.
+std::vector<float>& projected_scratch() {
+    static std::vector<float> points;
+    return points;
+}
+
+// Projected copies of vertices 0..count-1 of P, or of the vertices P[verts[k]]
+// for k in 0..count-1 when verts is given.
+float* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
+    std::vector<float>& points = projected_scratch();
+    points.resize(3 * count);
+    const ScreenProjection projection;
+    for (size_t k = 0; k < count; ++k) {
+        const float* from = P + 3 * (verts ? size_t(verts[k]) : k);
+        float* to = &points[3 * k];
+        memcpy(to, from, 3 * sizeof(float));
+        projection.project(to);
+    }
+    return points.data();
+}
+
+// Draws the closed outline of n projected vertices, vertex k being
+// projected + 3 * index(k); with n = 1 the closing segment is a single point.
 template <typename VertexIndex>
-void draw_outline(int n, const float* P, VertexIndex index) {
-    X11VectorPreviewer* out = previewer();
-    if (n < 1 || out == nullptr) return;
-    float first[3], previous[3], current[3];
-    memcpy(first, P + 3 * index(0), sizeof first);
-    toscreen(first);
-    memcpy(previous, first, sizeof previous);
+void draw_outline(X11VectorPreviewer* out, int n, float* projected, VertexIndex index) {
+    if (n < 1) return;
+    float* first = projected + 3 * size_t(index(0));
+    float* previous = first;
     for (int k = 1; k < n; ++k) {
-        memcpy(current, P + 3 * index(k), sizeof current);
-        toscreen(current);
+        float* current = projected + 3 * size_t(index(k));
         out->X11_draw_segment(previous, current);
-        memcpy(previous, current, sizeof previous);
+        previous = current;
     }
     out->X11_draw_segment(previous, first);
 }
@@ -61,9 +81,48 @@ bool indices_valid(int n, const RtInt verts[]) {
     return true;
 }
 
-void draw_indexed_outline(int n, const RtInt verts[], const float* P) {
-    if (!indices_valid(n, verts)) return;
-    draw_outline(n, P, [verts](int k) { return verts[k]; });
+// The loops drawn of an indexed list: how many come before the first negative
+// vertex count, how many indices they hold and the highest of them.
+struct IndexedLoops {
+    int loops = 0;
+    size_t indices = 0;
+    RtInt highest = -1;
+};
+
+IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]) {
+    IndexedLoops m;
+    for (; m.loops < nloops && nverts[m.loops] >= 0; ++m.loops) {
+        for (RtInt k = 0; k < nverts[m.loops]; ++k) m.highest = std::max(m.highest, verts[k]);
+        verts += nverts[m.loops];
+        m.indices += size_t(nverts[m.loops]);
+    }
+    return m;
+}
+
+// Draws nloops closed outlines by index (loop l has nverts[l] indices, taken
+// in turn from verts), stopping at a negative count; a loop with a negative
+// index is skipped. A vertex shared by many loops is projected once when the
+// loops name every vertex up to the highest (as a mesh does), else each
+// loop's vertices are projected as the loop is drawn. Either way every
+// segment comes out as if each vertex were projected where it is used.
+void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], const float* P) {
+    X11VectorPreviewer* out = previewer();
+    if (out == nullptr) return;
+    const IndexedLoops m = measure_loops(nloops, nverts, verts);
+    const size_t vertices = size_t(m.highest) + 1;
+    float* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
+    for (int l = 0; l < m.loops; ++l) {
+        const int n = nverts[l];
+        if (indices_valid(n, verts)) {
+            if (shared != nullptr) {
+                draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
+            } else {
+                draw_outline(out, n, project_vertices(P, size_t(n), verts),
+                             [](int k) { return k; });
+            }
+        }
+        verts += n;
+    }
 }
 
 }  // namespace
@@ -77,7 +136,9 @@ void draw_polygon(int n, const float* P) {
         dump_polygon_fan(n, P);
         return;
     }
-    draw_outline(n, P, [](int k) { return k; });
+    X11VectorPreviewer* out = previewer();
+    if (n < 1 || out == nullptr) return;
+    draw_outline(out, n, project_vertices(P, size_t(n)), [](int k) { return k; });
 }
 
 void draw_points_polygons(int npolys, const RtInt nverts[], const RtInt verts[], const float* P) {
@@ -85,11 +146,7 @@ void draw_points_polygons(int npolys, const RtInt nverts[], const RtInt verts[],
         report_missing_positions();
         return;
     }
-    for (int p = 0; p < npolys; ++p) {
-        if (nverts[p] < 0) return;
-        draw_indexed_outline(nverts[p], verts, P);
-        verts += nverts[p];
-    }
+    draw_indexed_loops(npolys, nverts, verts, P);
 }
 
 // ---- Entry points ----
@@ -156,15 +213,11 @@ RtVoid RiPointsGeneralPolygonsV(RtInt npolys, RtInt nloops[], RtInt nverts[], Rt
         report_missing_positions();
         return;
     }
-    for (RtInt p = 0; p < npolys; ++p) {
-        if (nloops[p] < 0) return;
-        for (RtInt l = 0; l < nloops[p]; ++l) {
-            if (*nverts < 0) return;
-            draw_indexed_outline(*nverts, verts, P);
-            verts += *nverts;
-            ++nverts;
-        }
-    }
+    // The loops of every polygon, up to the first negative loop count, are
+    // drawn as one list.
+    long long loops = 0;
+    for (RtInt p = 0; p < npolys && nloops[p] >= 0 && loops <= INT_MAX; ++p) loops += nloops[p];
+    draw_indexed_loops(int(std::min<long long>(loops, INT_MAX)), nverts, verts, P);
 }
 
 RtVoid RiPointsGeneralPolygons(RtInt npolys, RtInt nloops[], RtInt nverts[], RtInt verts[], ...) {

@@ -29,18 +29,33 @@ bool outside_screen_bound(float x, float y) {
 
 }  // namespace
 
-// The screen-plane origin always lands on the raster centre, taken from the
-// raw resolution halved in integers: the screen window's offset and the
-// frame aspect ratio's reduction of the resolution do not move it.
-void toscreen(float* p) {
-    if (renderer == nullptr) {
+ScreenProjection::ScreenProjection()
+    : options_(renderer),
+      object_(nullptr),
+      camera_(nullptr),
+      half_x_(0),
+      half_y_(0),
+      xstep_(xstep),
+      ystep_(ystep) {
+    if (options_ == nullptr) return;
+    object_ = point_matrix_at(curxform, sample_time, object_blend_);
+    camera_ = point_matrix_at(options_->camera, sample_time, camera_blend_);
+    // The screen-plane origin always lands on the raster centre, taken from
+    // the raw resolution halved in integers: the screen window's offset and
+    // the frame aspect ratio's reduction of the resolution do not move it.
+    half_x_ = static_cast<float>(options_->xres / 2);
+    half_y_ = static_cast<float>(options_->yres / 2);
+}
+
+void ScreenProjection::project(float* p) const {
+    if (options_ == nullptr) {
         p[2] = 0.0f;
         return;
     }
-    const GOptions& o = *renderer;
+    const GOptions& o = *options_;
     float world[3], c[3];
-    transform_p(p, curxform, world);
-    transform_p(world, o.camera, c);
+    transform_point_by(object_, p, world);
+    transform_point_by(camera_, world, c);
     float x = c[0], y = c[1], z = c[2];
     if (depth_rejected(z, o)) {
         p[2] = 0.0f;
@@ -54,9 +69,11 @@ void toscreen(float* p) {
         p[2] = 0.0f;
         return;
     }
-    float hx = static_cast<float>(o.xres / 2);
-    float hy = static_cast<float>(o.yres / 2);
-    p[0] = ceilf(x / xstep) + hx;
-    p[1] = hy - ceilf(y / ystep);
+    p[0] = ceilf(x / xstep_) + half_x_;
+    p[1] = half_y_ - ceilf(y / ystep_);
     p[2] = (std::isnan(p[0]) || std::isnan(p[1])) ? 0.0f : 1.0f;
+}
+
+void toscreen(float* p) {
+    ScreenProjection().project(p);
 }

@@ -13,7 +13,8 @@
 #include "ri/transforms.h"
 
 void project_points(float* points, long count) {
-    for (long i = 0; i < count; i++) toscreen(points + 3 * i);
+    const ScreenProjection projection;
+    for (long i = 0; i < count; i++) projection.project(points + 3 * i);
 }
 
 void draw_projected_segment(float* a, float* b) {

@@ -30,6 +30,8 @@ constexpr int MAX_WINDOW_SIDE = 4096;
 // Instead of sleeping a fixed second after mapping, the window's MapNotify
 // is awaited, at most this long (a window manager may never map it).
 constexpr int MAP_WAIT_MS = 1000;
+// Lines sent to the server in one call (64 KiB of protocol).
+constexpr size_t LINE_BATCH = 8192;
 
 // Displays whose connection broke. Xlib keeps calling into a broken
 // connection's handlers, so such a display is never closed; it is kept here
@@ -161,6 +163,7 @@ void X11Window::wait_until_mapped() {
 
 X11Window::~X11Window() {
     if (display == nullptr) return;
+    send_lines();
     if (is_lost(display)) {
         lost_gcs().push_back(foreground_gc);
         lost_gcs().push_back(background_gc);
@@ -175,11 +178,13 @@ X11Window::~X11Window() {
 }
 
 void X11Window::clear() {
+    send_lines();
     if (is_lost(display)) return;
     XFillRectangle(display, pixmap, background_gc, 0, 0, width, height);
 }
 
 void X11Window::show() {
+    send_lines();
     if (is_lost(display)) return;
     XCopyArea(display, pixmap, window, foreground_gc, 0, 0, width, height, 0, 0);
     XFlush(display);
@@ -222,6 +227,7 @@ unsigned long X11Window::cached_pixel(const float rgb[3]) {
 }
 
 void X11Window::set_foreground(const float rgb[3]) {
+    send_lines();
     if (is_lost(display)) return;
     XGCValues values{};
     values.foreground = cached_pixel(rgb);
@@ -229,8 +235,17 @@ void X11Window::set_foreground(const float rgb[3]) {
 }
 
 void X11Window::draw_line(int x0, int y0, int x1, int y1) {
-    if (is_lost(display)) return;
-    XDrawLine(display, pixmap, foreground_gc, x0, y0, x1, y1);
+    pending_lines_.push_back({short(x0), short(y0), short(x1), short(y1)});
+    if (pending_lines_.size() >= LINE_BATCH) send_lines();
+}
+
+void X11Window::send_lines() {
+    if (pending_lines_.empty()) return;
+    if (!is_lost(display)) {
+        XDrawSegments(display, pixmap, foreground_gc, pending_lines_.data(),
+                      static_cast<int>(pending_lines_.size()));
+    }
+    pending_lines_.clear();
 }
 
 // Any key ends the wait; a button asks for the files to be read again. The
@@ -238,6 +253,7 @@ void X11Window::draw_line(int x0, int y0, int x1, int y1) {
 // the window is destroyed, or the connection is lost, so the program never
 // waits on a window that is gone.
 X11Window::WaitEnd X11Window::wait_for_key_or_button() {
+    send_lines();
     WaitEnd end;
     while (!is_lost(display)) {
         // Only queued events are taken: Xlib cannot return from a blocking

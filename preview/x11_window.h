@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
+#include <vector>
 
 #include "preview/line_sink.h"
 
@@ -42,6 +43,8 @@ class X11Window {
     // Copies the pixmap into the window and flushes.
     void show();
     void set_foreground(const float rgb[3]);
+    // Draws a line into the pixmap; the ends must fit in 16 bits. Lines are
+    // sent in batches, before anything else is done with the window.
     void draw_line(int x0, int y0, int x1, int y1);
 
     // What ended the final wait.
@@ -73,6 +76,11 @@ class X11Window {
     // gives the pixel it gave before, so the cache changes no pixel.
     std::unordered_map<uint64_t, unsigned long> pixel_cache_;
     unsigned long cached_pixel(const float rgb[3]);
+    // Lines drawn and not yet sent: one XDrawSegments call sends them all,
+    // where a call per line would take Xlib's lock and check its buffer for
+    // each. The server draws them exactly as it draws the lines one by one.
+    std::vector<XSegment> pending_lines_;
+    void send_lines();
 };
 
 // The sink that draws into the window's pixmap; the window is shown at each

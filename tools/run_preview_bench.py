@@ -11,16 +11,20 @@ generates mesh.rib, many.rib and patches.rib there if they are missing
 run), and for each file prints, as the median of N runs:
 
   floor   MB/s of the floor reading the file
+  reader  MB/s of `tracery_reader -nowait FILE`: the program with every
+          primitive dropped after it is read and checked (the reader-only
+          figure), and its ratio to the floor
   preview MB/s of `tracery -nowait FILE` reading and drawing into its window,
-          and its ratio to the floor
+          its ratio to the floor, and its ratio to the reader (the goal is at
+          least 0.75: drawing costs at most a third of the reading time)
   dumptri MB/s read by `tracery -nowait -dumptri FILE >/dev/null` and MB/s of
           diced RIB written (the goal is at least 100)
 
 Times are the processes' own processor time (user + system), as the reader
 benchmark (tools/run_bench.sh) takes them, so that other work on the machine
-does not count; the X server's share of the drawing is not included. Put
-the ratios beside those of tools/run_bench.sh, whose program runs are the
-same `tracery -nowait FILE` (its ratio there is the reader's figure).
+does not count; the X server's share of the drawing is not included. The program, the
+reader and the floor run in turn, so a change of the machine's speed hits
+them alike.
 
 Without a DISPLAY the script runs itself again under xvfb-run, so the
 window is a real one on a virtual X server. The machines are noisy:
@@ -52,8 +56,8 @@ def arguments():
 def build(build_dir):
     subprocess.run(["cmake", "-S", ROOT, "-B", build_dir, "-DCMAKE_BUILD_TYPE=Release",
                     "-DTRACERY_TESTS=OFF"], check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", build_dir, "--target", "tracery", "-j2"], check=True,
-                   stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", build_dir, "--target", "tracery", "tracery_reader", "-j2"],
+                   check=True, stdout=subprocess.DEVNULL)
     floor = os.path.join(build_dir, "floor")
     source = os.path.join(ROOT, "..", "shared", "bench", "floor.cpp")
     if not os.path.exists(floor) or os.path.getmtime(source) > os.path.getmtime(floor):
@@ -109,24 +113,27 @@ def main():
     build(build_dir)
     generate(data, scale)
     tracery = os.path.join(build_dir, "tracery")
+    reader = os.path.join(build_dir, "tracery_reader")
     floor = os.path.join(build_dir, "floor")
-    print("%-12s %9s %9s %7s %9s %11s" % ("file", "floor", "preview", "ratio", "dumptri",
-                                          "written"))
+    print("%-12s %7s %7s %5s %7s %5s %5s %7s %7s" % ("file", "floor", "reader", "÷fl",
+                                                     "preview", "÷fl", "÷rd", "dumptri",
+                                                     "written"))
     for name in FILES:
         megabytes = os.path.getsize(os.path.join(data, name)) / 1e6
+        runs = {"floor": [], "reader": [], "preview": [], "dump": []}
         with open(os.devnull, "wb") as null:
-            read = megabytes / statistics.median(
-                timed_run([floor, name], data, null) for _ in range(repeats))
-        preview = statistics.median(
-            timed_run([tracery, "-nowait", name], data, subprocess.DEVNULL)
-            for _ in range(repeats))
-        with open(os.devnull, "wb") as null:
-            dump = statistics.median(timed_run([tracery, "-nowait", "-dumptri", name], data, null)
-                                     for _ in range(repeats))
+            for _ in range(repeats):
+                runs["floor"].append(timed_run([floor, name], data, null))
+                runs["reader"].append(timed_run([reader, "-nowait", name], data, null))
+                runs["preview"].append(timed_run([tracery, "-nowait", name], data, null))
+                runs["dump"].append(timed_run([tracery, "-nowait", "-dumptri", name], data, null))
+        rate = {k: megabytes / statistics.median(v) for k, v in runs.items()}
         written = dump_bytes(tracery, data, name) / 1e6
-        print("%-12s %9.1f %9.1f %7.2f %9.1f %11.1f   MB/s (%.1f MB read, %.1f MB dumped)" %
-              (name, read, megabytes / preview, megabytes / preview / read, megabytes / dump,
-               written / dump, megabytes, written))
+        print("%-12s %7.1f %7.1f %5.2f %7.1f %5.2f %5.2f %7.1f %7.1f   MB/s (%.1f MB read, "
+              "%.1f MB dumped)" %
+              (name, rate["floor"], rate["reader"], rate["reader"] / rate["floor"],
+               rate["preview"], rate["preview"] / rate["floor"], rate["preview"] / rate["reader"],
+               rate["dump"], written * rate["dump"] / megabytes, megabytes, written))
         sys.stdout.flush()
 
 
