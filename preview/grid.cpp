@@ -102,11 +102,12 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
     project_lattice(nu, nv);
     for (int j = 0; j < nv; ++j) {
         for (int i = 0; i < nu; ++i) {
-            X11_draw_segment(grid[j][i], grid[j][i + 1]);
-            X11_draw_segment(grid[j][i], grid[j + 1][i]);
+            queue_segment(grid[j][i], grid[j][i + 1]);
+            queue_segment(grid[j][i], grid[j + 1][i]);
         }
-        X11_draw_segment(grid[j][nu], grid[j + 1][nu]);
+        queue_segment(grid[j][nu], grid[j + 1][nu]);
     }
-    for (int i = 0; i < nu; ++i) X11_draw_segment(grid[nv][i], grid[nv][i + 1]);
+    for (int i = 0; i < nu; ++i) queue_segment(grid[nv][i], grid[nv][i + 1]);
+    send_queued_segments();
     for (auto& sink : sinks_) sink->object_end();
 }

@@ -34,6 +34,13 @@
 #ifndef TRACERY_PREVIEW_LINE_SINK_H
 #define TRACERY_PREVIEW_LINE_SINK_H
 
+#include <cstddef>
+
+// One segment between two raster points, as handed to LineSink::segments.
+struct RasterSegment {
+    int x0, y0, x1, y1;
+};
+
 class LineSink {
   public:
     virtual ~LineSink() = default;
@@ -43,6 +50,11 @@ class LineSink {
     // One segment between two raster points (x right, y down), the
     // coordinates already truncated toward zero.
     virtual void segment(int x0, int y0, int x1, int y1) = 0;
+    // Segments in order, as many calls to segment: the drawers of large
+    // objects hand them over in batches, and a sink may take a batch faster.
+    virtual void segments(const RasterSegment* s, size_t count) {
+        for (size_t k = 0; k < count; ++k) segment(s[k].x0, s[k].y0, s[k].x1, s[k].y1);
+    }
     // One grid object has been drawn (the PostScript page strokes here).
     virtual void object_end() {}
     // The drawing colour changes (RiColor while colours are in use).

@@ -60,17 +60,18 @@ float* project_vertices(const float* P, size_t count, const RtInt* verts = nullp
 
 // Draws the closed outline of n projected vertices, vertex k being
 // projected + 3 * index(k); with n = 1 the closing segment is a single point.
+// The segments are queued: the caller sends them.
 template <typename VertexIndex>
-void draw_outline(X11VectorPreviewer* out, int n, float* projected, VertexIndex index) {
+void draw_outline(X11VectorPreviewer* out, int n, const float* projected, VertexIndex index) {
     if (n < 1) return;
-    float* first = projected + 3 * size_t(index(0));
-    float* previous = first;
+    const float* first = projected + 3 * size_t(index(0));
+    const float* previous = first;
     for (int k = 1; k < n; ++k) {
-        float* current = projected + 3 * size_t(index(k));
-        out->X11_draw_segment(previous, current);
+        const float* current = projected + 3 * size_t(index(k));
+        out->queue_segment(previous, current);
         previous = current;
     }
-    out->X11_draw_segment(previous, first);
+    out->queue_segment(previous, first);
 }
 
 // Whether the n indices from verts all name a vertex (none is negative).
@@ -123,6 +124,7 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
         }
         verts += n;
     }
+    out->send_queued_segments();
 }
 
 }  // namespace
@@ -139,6 +141,7 @@ void draw_polygon(int n, const float* P) {
     X11VectorPreviewer* out = previewer();
     if (n < 1 || out == nullptr) return;
     draw_outline(out, n, project_vertices(P, size_t(n)), [](int k) { return k; });
+    out->send_queued_segments();
 }
 
 void draw_points_polygons(int npolys, const RtInt nverts[], const RtInt verts[], const float* P) {

@@ -67,14 +67,6 @@ void pace_frame() {
     drawing_on = next_frame_time + frame_period / 2 < now ? 0 : 1;
 }
 
-// Raster coordinates are handed to sinks as ints with room to spare: a
-// point further out (a degenerate screen mapping) is not drawn.
-constexpr float RASTER_LIMIT = 1 << 30;
-
-bool fits_raster(float v) {
-    return v > -RASTER_LIMIT && v < RASTER_LIMIT;
-}
-
 }  // namespace
 
 X11VectorPreviewer* previewer() {
@@ -177,11 +169,12 @@ void X11VectorPreviewer::set_color(const float rgb[3]) {
 // coordinates are truncated toward zero. Without any sink (no world block has
 // opened the window yet) nothing is drawn.
 void X11VectorPreviewer::X11_draw_segment(float* a, float* b) {
-    if (a[2] == 0.0f || b[2] == 0.0f) return;
-    if (!fits_raster(a[0]) || !fits_raster(a[1]) || !fits_raster(b[0]) || !fits_raster(b[1])) {
-        return;
-    }
-    int ax = static_cast<int>(a[0]), ay = static_cast<int>(a[1]);
-    int bx = static_cast<int>(b[0]), by = static_cast<int>(b[1]);
-    for (auto& sink : sinks_) sink->segment(ax, ay, bx, by);
+    queue_segment(a, b);
+    send_queued_segments();
+}
+
+void X11VectorPreviewer::send_queued_segments() {
+    if (queued_.empty()) return;
+    for (auto& sink : sinks_) sink->segments(queued_.data(), queued_.size());
+    queued_.clear();
 }

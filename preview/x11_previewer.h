@@ -30,8 +30,23 @@ class X11VectorPreviewer : public PreviewRenderer {
     void Prepare_XWindow();
 
     // Draws the segment between two projected points (nothing unless both
-    // are visible) on every sink.
+    // are visible, each coordinate inside +-2^30) on every sink, the
+    // coordinates truncated toward zero.
     void X11_draw_segment(float* a, float* b);
+    // The same segment as X11_draw_segment, held back to reach the sinks in
+    // one batch with the ones queued before it, at the latest at the next
+    // send_queued_segments. Drawers of many segments queue them and send
+    // them when done; the sinks see the same segments in the same order.
+    void queue_segment(const float* a, const float* b) {
+        if (sinks_.empty() || a[2] == 0.0f || b[2] == 0.0f) return;
+        if (!fits_raster(a[0]) || !fits_raster(a[1]) || !fits_raster(b[0]) || !fits_raster(b[1])) {
+            return;
+        }
+        queued_.push_back({static_cast<int>(a[0]), static_cast<int>(a[1]), static_cast<int>(b[0]),
+                           static_cast<int>(b[1])});
+        if (queued_.size() >= SEGMENT_BATCH) send_queued_segments();
+    }
+    void send_queued_segments();
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
@@ -46,6 +61,15 @@ class X11VectorPreviewer : public PreviewRenderer {
     const char* x_display_name;
 
   private:
+    // Raster coordinates are handed to sinks as ints with room to spare: a
+    // point further out (a degenerate screen mapping) is not drawn.
+    static bool fits_raster(float v) {
+        constexpr float RASTER_LIMIT = 1 << 30;
+        return v > -RASTER_LIMIT && v < RASTER_LIMIT;
+    }
+    static constexpr size_t SEGMENT_BATCH = 4096;
+    std::vector<RasterSegment> queued_;
+
     void open_postscript();
     void prepare_pictures();
     void final_wait();

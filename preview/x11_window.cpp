@@ -30,8 +30,6 @@ constexpr int MAX_WINDOW_SIDE = 4096;
 // Instead of sleeping a fixed second after mapping, the window's MapNotify
 // is awaited, at most this long (a window manager may never map it).
 constexpr int MAP_WAIT_MS = 1000;
-// Lines sent to the server in one call (64 KiB of protocol).
-constexpr size_t LINE_BATCH = 8192;
 
 // Displays whose connection broke. Xlib keeps calling into a broken
 // connection's handlers, so such a display is never closed; it is kept here
@@ -234,11 +232,6 @@ void X11Window::set_foreground(const float rgb[3]) {
     XChangeGC(display, foreground_gc, GCForeground, &values);
 }
 
-void X11Window::draw_line(int x0, int y0, int x1, int y1) {
-    pending_lines_.push_back({short(x0), short(y0), short(x1), short(y1)});
-    if (pending_lines_.size() >= LINE_BATCH) send_lines();
-}
-
 void X11Window::send_lines() {
     if (pending_lines_.empty()) return;
     if (!is_lost(display)) {
@@ -351,6 +344,11 @@ void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
         fits_x_protocol(x0) && fits_x_protocol(y0) && fits_x_protocol(x1) && fits_x_protocol(y1);
     if (!inside && !clip_to_protocol_range(&x0, &y0, &x1, &y1)) return;
     window_.draw_line(x0, y0, x1, y1);
+}
+
+// The class is final, so the calls below are direct and inlined.
+void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
+    for (size_t k = 0; k < count; ++k) segment(s[k].x0, s[k].y0, s[k].x1, s[k].y1);
 }
 
 void X11PixmapSink::color(const float rgb[3]) {

@@ -45,7 +45,10 @@ class X11Window {
     void set_foreground(const float rgb[3]);
     // Draws a line into the pixmap; the ends must fit in 16 bits. Lines are
     // sent in batches, before anything else is done with the window.
-    void draw_line(int x0, int y0, int x1, int y1);
+    void draw_line(int x0, int y0, int x1, int y1) {
+        pending_lines_.push_back({short(x0), short(y0), short(x1), short(y1)});
+        if (pending_lines_.size() >= LINE_BATCH) send_lines();
+    }
 
     // What ended the final wait.
     enum class WaitEnd { KEY, BUTTON, CLOSED };
@@ -79,17 +82,19 @@ class X11Window {
     // Lines drawn and not yet sent: one XDrawSegments call sends them all,
     // where a call per line would take Xlib's lock and check its buffer for
     // each. The server draws them exactly as it draws the lines one by one.
+    static constexpr size_t LINE_BATCH = 8192;  // 64 KiB of protocol
     std::vector<XSegment> pending_lines_;
     void send_lines();
 };
 
 // The sink that draws into the window's pixmap; the window is shown at each
 // world end.
-class X11PixmapSink : public LineSink {
+class X11PixmapSink final : public LineSink {
   public:
     explicit X11PixmapSink(X11Window& window) : window_(window) {}
     void world_begin(int width, int height) override;
     void segment(int x0, int y0, int x1, int y1) override;
+    void segments(const RasterSegment* s, size_t count) override;
     void color(const float rgb[3]) override;
     void world_end() override;
 
