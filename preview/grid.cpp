@@ -20,10 +20,23 @@ namespace {
 
 enum DumpMode { DUMP_NONE = 0, DUMP_QUADS = 1, DUMP_TRIANGLES = 2 };
 
+// The raster point of each lattice point, made once although most points
+// end four segments.
+struct RasterPoint {
+    int x, y;
+    bool drawn;
+};
+RasterPoint raster_points[GRID_POINTS][GRID_POINTS];
+
+// Projects the lattice in place and makes its raster points.
 void project_lattice(int nu, int nv) {
     const ScreenProjection projection;
     for (int j = 0; j <= nv; ++j) {
-        for (int i = 0; i <= nu; ++i) projection.project(grid[j][i]);
+        for (int i = 0; i <= nu; ++i) {
+            projection.project(grid[j][i]);
+            RasterPoint& r = raster_points[j][i];
+            r.drawn = X11VectorPreviewer::raster_point(grid[j][i], &r.x, &r.y);
+        }
     }
 }
 
@@ -100,14 +113,17 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
         return;
     }
     project_lattice(nu, nv);
+    auto segment = [this](const RasterPoint& a, const RasterPoint& b) {
+        if (a.drawn && b.drawn) queue_raster_segment(a.x, a.y, b.x, b.y);
+    };
     for (int j = 0; j < nv; ++j) {
         for (int i = 0; i < nu; ++i) {
-            queue_segment(grid[j][i], grid[j][i + 1]);
-            queue_segment(grid[j][i], grid[j + 1][i]);
+            segment(raster_points[j][i], raster_points[j][i + 1]);
+            segment(raster_points[j][i], raster_points[j + 1][i]);
         }
-        queue_segment(grid[j][nu], grid[j + 1][nu]);
+        segment(raster_points[j][nu], raster_points[j + 1][nu]);
     }
-    for (int i = 0; i < nu; ++i) queue_segment(grid[nv][i], grid[nv][i + 1]);
+    for (int i = 0; i < nu; ++i) segment(raster_points[nv][i], raster_points[nv][i + 1]);
     send_queued_segments();
     for (auto& sink : sinks_) sink->object_end();
 }

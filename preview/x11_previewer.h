@@ -38,15 +38,33 @@ class X11VectorPreviewer : public PreviewRenderer {
     // send_queued_segments. Drawers of many segments queue them and send
     // them when done; the sinks see the same segments in the same order.
     void queue_segment(const float* a, const float* b) {
-        if (sinks_.empty() || a[2] == 0.0f || b[2] == 0.0f) return;
-        if (!fits_raster(a[0]) || !fits_raster(a[1]) || !fits_raster(b[0]) || !fits_raster(b[1])) {
-            return;
+        int ax, ay, bx, by;
+        if (raster_point(a, &ax, &ay) && raster_point(b, &bx, &by)) {
+            queue_raster_segment(ax, ay, bx, by);
         }
-        queued_.push_back({static_cast<int>(a[0]), static_cast<int>(a[1]), static_cast<int>(b[0]),
-                           static_cast<int>(b[1])});
+    }
+    // Queues the segment between two raster points made by raster_point.
+    void queue_raster_segment(int x0, int y0, int x1, int y1) {
+        if (sinks_.empty()) return;
+        queued_.push_back({x0, y0, x1, y1});
         if (queued_.size() >= SEGMENT_BATCH) send_queued_segments();
     }
     void send_queued_segments();
+
+    // The raster point of a projected point, its coordinates truncated
+    // toward zero; false when the point is not drawn: it is not visible, or
+    // a coordinate lies beyond +-2^30 (a degenerate screen mapping), since
+    // sinks take ints with room to spare.
+    static bool raster_point(const float* p, int* x, int* y) {
+        constexpr float RASTER_LIMIT = 1 << 30;
+        if (p[2] == 0.0f || !(p[0] > -RASTER_LIMIT && p[0] < RASTER_LIMIT) ||
+            !(p[1] > -RASTER_LIMIT && p[1] < RASTER_LIMIT)) {
+            return false;
+        }
+        *x = static_cast<int>(p[0]);
+        *y = static_cast<int>(p[1]);
+        return true;
+    }
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
@@ -61,12 +79,6 @@ class X11VectorPreviewer : public PreviewRenderer {
     const char* x_display_name;
 
   private:
-    // Raster coordinates are handed to sinks as ints with room to spare: a
-    // point further out (a degenerate screen mapping) is not drawn.
-    static bool fits_raster(float v) {
-        constexpr float RASTER_LIMIT = 1 << 30;
-        return v > -RASTER_LIMIT && v < RASTER_LIMIT;
-    }
     static constexpr size_t SEGMENT_BATCH = 4096;
     std::vector<RasterSegment> queued_;
 

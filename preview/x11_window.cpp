@@ -339,7 +339,14 @@ void X11PixmapSink::world_begin(int, int) {
     window_.clear();
 }
 
+// A line's pixels lie inside the box of its ends, so a segment whose ends
+// are both beyond one edge of the pixmap leaves it untouched and is not sent:
+// in a scene seen from close by most segments are, and each costs protocol.
 void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
+    if ((x0 < 0 && x1 < 0) || (y0 < 0 && y1 < 0) || (x0 >= window_.width && x1 >= window_.width) ||
+        (y0 >= window_.height && y1 >= window_.height)) {
+        return;
+    }
     bool inside =
         fits_x_protocol(x0) && fits_x_protocol(y0) && fits_x_protocol(x1) && fits_x_protocol(y1);
     if (!inside && !clip_to_protocol_range(&x0, &y0, &x1, &y1)) return;
