@@ -32,8 +32,8 @@ RasterPoint raster_points[GRID_POINTS][GRID_POINTS];
 void project_lattice(int nu, int nv) {
     const ScreenProjection projection;
     for (int j = 0; j <= nv; ++j) {
+        projection.project_points(grid[j][0], size_t(nu) + 1);
         for (int i = 0; i <= nu; ++i) {
-            projection.project(grid[j][i]);
             RasterPoint& r = raster_points[j][i];
             r.drawn = X11VectorPreviewer::raster_point(grid[j][i], &r.x, &r.y);
         }

@@ -48,13 +48,13 @@ std::vector<float>& projected_scratch() {
 float* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
     std::vector<float>& points = projected_scratch();
     points.resize(3 * count);
-    const ScreenProjection projection;
-    for (size_t k = 0; k < count; ++k) {
-        const float* from = P + 3 * (verts ? size_t(verts[k]) : k);
-        float* to = &points[3 * k];
-        memcpy(to, from, 3 * sizeof(float));
-        projection.project(to);
+    if (verts == nullptr) {
+        std::copy(P, P + 3 * count, points.begin());
+    } else {
+        for (size_t k = 0; k < count; ++k)
+            memcpy(&points[3 * k], P + 3 * size_t(verts[k]), 3 * sizeof(float));
     }
+    ScreenProjection().project_points(points.data(), count);
     return points.data();
 }
 

@@ -5,6 +5,10 @@
 
 #include <cmath>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include "math/transform.h"
 #include "ri/options.h"
 #include "ri/renderer.h"
@@ -76,4 +80,99 @@ void ScreenProjection::project(float* p) const {
 
 void toscreen(float* p) {
     ScreenProjection().project(p);
+}
+
+#ifdef __SSE2__
+
+// Four points at once. Every lane goes through the operations of project in
+// the same order, in single precision, so the results are bit for bit the
+// same; only ceilf is made of other instructions (see ceil_lanes).
+namespace {
+
+struct Lanes {
+    __m128 x, y, z;
+};
+
+// One output coordinate of transform_point_by: ((x m0j + y m1j) + z m2j) + m3j.
+__m128 affine_coordinate(const float (*m)[4], int j, const Lanes& in) {
+    __m128 r =
+        _mm_add_ps(_mm_mul_ps(in.x, _mm_set1_ps(m[0][j])), _mm_mul_ps(in.y, _mm_set1_ps(m[1][j])));
+    r = _mm_add_ps(r, _mm_mul_ps(in.z, _mm_set1_ps(m[2][j])));
+    return _mm_add_ps(r, _mm_set1_ps(1.0f * m[3][j]));
+}
+
+Lanes affine_lanes(const float (*m)[4], const Lanes& in) {
+    if (m == nullptr) return in;
+    return {affine_coordinate(m, 0, in), affine_coordinate(m, 1, in), affine_coordinate(m, 2, in)};
+}
+
+// ceilf of each lane. A value of magnitude 2^23 or more (or NaN, or an
+// infinity) is already whole and is kept. Below that, truncation toward zero
+// plus one where it fell short gives the ceiling; only the sign of a zero
+// result may differ (-0.5 gives +0 where ceilf gives -0), and that sign is
+// lost when the half resolution is added or subtracted.
+__m128 ceil_lanes(__m128 v) {
+    const __m128 magnitude = _mm_and_ps(v, _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff)));
+    const __m128 fractional = _mm_cmplt_ps(magnitude, _mm_set1_ps(8388608.0f));
+    const __m128 truncated = _mm_cvtepi32_ps(_mm_cvttps_epi32(v));
+    const __m128 short_by_one = _mm_and_ps(_mm_cmplt_ps(truncated, v), _mm_set1_ps(1.0f));
+    const __m128 ceiling = _mm_add_ps(truncated, short_by_one);
+    return _mm_or_ps(_mm_and_ps(fractional, ceiling), _mm_andnot_ps(fractional, v));
+}
+
+__m128 select_lanes(__m128 mask, __m128 when_set, __m128 otherwise) {
+    return _mm_or_ps(_mm_and_ps(mask, when_set), _mm_andnot_ps(mask, otherwise));
+}
+
+}  // namespace
+
+// The depth floor is compared in single precision: no float lies in
+// [0.1, 0.1f), so z < 0.1 and z < 0.1f agree for every float z.
+void ScreenProjection::project_four(float* p) const {
+    const GOptions& o = *options_;
+    Lanes in = {_mm_set_ps(p[9], p[6], p[3], p[0]), _mm_set_ps(p[10], p[7], p[4], p[1]),
+                _mm_set_ps(p[11], p[8], p[5], p[2])};
+    const Lanes c = affine_lanes(camera_, affine_lanes(object_, in));
+    const __m128 z = c.z;
+    __m128 rejected = _mm_or_ps(_mm_cmplt_ps(z, _mm_set1_ps(o.near_clip)),
+                                _mm_cmpgt_ps(z, _mm_set1_ps(o.far_clip)));
+    rejected = _mm_or_ps(rejected, _mm_cmplt_ps(z, _mm_set1_ps(static_cast<float>(DEPTH_FLOOR))));
+    __m128 x = c.x, y = c.y;
+    if (o.projection == 0) {
+        x = _mm_div_ps(x, z);
+        y = _mm_div_ps(y, z);
+    }
+    const __m128 bound = _mm_set1_ps(SCREEN_BOUND), negative_bound = _mm_set1_ps(-SCREEN_BOUND);
+    rejected =
+        _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(x, bound), _mm_cmplt_ps(x, negative_bound)));
+    rejected =
+        _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(y, bound), _mm_cmplt_ps(y, negative_bound)));
+    const __m128 rx =
+        _mm_add_ps(ceil_lanes(_mm_div_ps(x, _mm_set1_ps(xstep_))), _mm_set1_ps(half_x_));
+    const __m128 ry =
+        _mm_sub_ps(_mm_set1_ps(half_y_), ceil_lanes(_mm_div_ps(y, _mm_set1_ps(ystep_))));
+    const __m128 visible = _mm_andnot_ps(_mm_or_ps(rejected, _mm_cmpunord_ps(rx, ry)),
+                                         _mm_castsi128_ps(_mm_set1_epi32(-1)));
+    // A rejected point keeps its x and y, as project leaves them.
+    float out_x[4], out_y[4], out_visible[4];
+    _mm_storeu_ps(out_x, select_lanes(rejected, in.x, rx));
+    _mm_storeu_ps(out_y, select_lanes(rejected, in.y, ry));
+    _mm_storeu_ps(out_visible, _mm_and_ps(visible, _mm_set1_ps(1.0f)));
+    for (int k = 0; k < 4; ++k) {
+        p[3 * k] = out_x[k];
+        p[3 * k + 1] = out_y[k];
+        p[3 * k + 2] = out_visible[k];
+    }
+}
+
+#endif
+
+void ScreenProjection::project_points(float* points, size_t count) const {
+    size_t k = 0;
+#ifdef __SSE2__
+    if (options_ != nullptr) {
+        for (; k + 4 <= count; k += 4) project_four(points + 3 * k);
+    }
+#endif
+    for (; k < count; ++k) project(points + 3 * k);
 }

@@ -13,8 +13,7 @@
 #include "ri/transforms.h"
 
 void project_points(float* points, long count) {
-    const ScreenProjection projection;
-    for (long i = 0; i < count; i++) projection.project(points + 3 * i);
+    if (count > 0) ScreenProjection().project_points(points, size_t(count));
 }
 
 void draw_projected_segment(float* a, float* b) {

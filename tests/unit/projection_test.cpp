@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "drawing_fixture.h"
 #include "preview/postscript.h"
@@ -129,4 +132,75 @@ TEST_F(Projection, PostScriptShiftsXAndFlipsYAgainstTheHeight) {
     }  // the sink writes the trailer and closes the stream
     EXPECT_EQ(std::string(text, size), "321 240 1 480 Li\nstroke\n\nstroke\nshowpage\n");
     free(text);
+}
+
+// Many points projected together come out bit for bit as each projected on
+// its own: random points over a wide range of magnitudes, points on and
+// half-way between pixel boundaries of either sign, and values that are not
+// finite, under both projections, a rotated camera and object, clipping
+// distances, and a pixel size that is not a power of two.
+TEST_F(Projection, PointsProjectedTogetherEqualPointsProjectedAlone) {
+    RiRotate(33, 1, 2, 3);
+    RiTranslate(0.25f, -0.5f, 0.125f);
+    Transformation* object = curxform;
+    RiIdentity();
+    RiRotate(-12, 0, 1, 0);
+    RiTranslate(0, 0, 6);
+    renderer->camera = curxform;
+    curxform = object;
+    renderer->far_clip = 40.0f;
+    std::vector<float> points;
+    uint32_t state = 12345;
+    auto random_unit = [&state]() {
+        state = state * 1664525u + 1013904223u;
+        return float(state >> 8) / float(1 << 24);
+    };
+    for (int k = 0; k < 3000; ++k) {
+        for (int c = 0; c < 3; ++c) {
+            const float sign = random_unit() < 0.5f ? -1.0f : 1.0f;
+            points.push_back(sign * std::pow(10.0f, 8.0f * random_unit() - 4.0f));
+        }
+    }
+    for (int k = -40; k <= 40; ++k) {
+        for (float half : {0.0f, 0.5f}) {
+            points.insert(points.end(), {(k + half) * PIXEL, -(k + half) * PIXEL, 1.0f});
+        }
+    }
+    const float odd[] = {NAN,
+                         INFINITY,
+                         -INFINITY,
+                         1e30f,
+                         -1e30f,
+                         0.0f,
+                         -0.0f,
+                         0.1f,
+                         0.5f,
+                         40.0f,
+                         std::nextafter(0.1f, 0.0f),
+                         std::nextafter(0.5f, 0.0f),
+                         std::nextafter(40.0f, 41.0f)};
+    for (float a : odd) {
+        for (float b : odd) points.insert(points.end(), {a, b, 1.0f, 0.0f, a, b, a, 1.0f, b});
+    }
+    // Without the transformations (and with no near clipping distance) the
+    // odd values reach the depth tests as they are.
+    Transformation* camera = renderer->camera;
+    for (int moved = 0; moved <= 3; ++moved) {
+        renderer->projection = moved & 1 ? 0 : 1;
+        renderer->camera = moved & 2 ? camera : nullptr;
+        curxform = moved & 2 ? object : nullptr;
+        renderer->near_clip = moved & 2 ? 0.5f : 0.0f;
+        for (float step : {PIXEL, 0.0031f}) {
+            xstep = ystep = step;
+            std::vector<float> together = points, alone = points;
+            ScreenProjection().project_points(together.data(), together.size() / 3);
+            for (size_t i = 0; i < alone.size(); i += 3) toscreen(&alone[i]);
+            for (size_t i = 0; i < alone.size(); i += 3) {
+                ASSERT_EQ(memcmp(&together[i], &alone[i], 3 * sizeof(float)), 0)
+                    << "point " << i / 3 << " (" << points[i] << ", " << points[i + 1] << ", "
+                    << points[i + 2] << ")";
+            }
+        }
+    }
+    curxform = object;
 }
