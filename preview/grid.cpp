@@ -28,11 +28,16 @@ struct RasterPoint {
 };
 RasterPoint raster_points[GRID_POINTS][GRID_POINTS];
 
-// Projects the lattice in place and makes its raster points.
+// Projects the lattice in place, all its points together, and makes its
+// raster points.
 void project_lattice(int nu, int nv) {
-    const ScreenProjection projection;
+    static float* lattice_points[GRID_POINTS * GRID_POINTS];
+    size_t count = 0;
     for (int j = 0; j <= nv; ++j) {
-        projection.project_points(grid[j][0], size_t(nu) + 1);
+        for (int i = 0; i <= nu; ++i) lattice_points[count++] = grid[j][i];
+    }
+    ScreenProjection().project_each(lattice_points, count);
+    for (int j = 0; j <= nv; ++j) {
         for (int i = 0; i <= nu; ++i) {
             RasterPoint& r = raster_points[j][i];
             r.drawn = X11VectorPreviewer::raster_point(grid[j][i], &r.x, &r.y);
@@ -113,8 +118,12 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
         return;
     }
     project_lattice(nu, nv);
-    auto segment = [this](const RasterPoint& a, const RasterPoint& b) {
-        if (a.drawn && b.drawn) queue_raster_segment(a.x, a.y, b.x, b.y);
+    if (sinks_.empty()) return;
+    // Rows, then columns, cell by cell in lattice order.
+    static RasterSegment lattice_segments[2 * GRID_CELLS_MAX * GRID_POINTS];
+    RasterSegment* out = lattice_segments;
+    auto segment = [&out](const RasterPoint& a, const RasterPoint& b) {
+        if (a.drawn && b.drawn) *out++ = {a.x, a.y, b.x, b.y};
     };
     for (int j = 0; j < nv; ++j) {
         for (int i = 0; i < nu; ++i) {
@@ -124,6 +133,6 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
         segment(raster_points[j][nu], raster_points[j + 1][nu]);
     }
     for (int i = 0; i < nu; ++i) segment(raster_points[nv][i], raster_points[nv][i + 1]);
-    send_queued_segments();
+    send_segments(lattice_segments, size_t(out - lattice_segments));
     for (auto& sink : sinks_) sink->object_end();
 }

@@ -128,10 +128,11 @@ __m128 select_lanes(__m128 mask, __m128 when_set, __m128 otherwise) {
 
 // The depth floor is compared in single precision: no float lies in
 // [0.1, 0.1f), so z < 0.1 and z < 0.1f agree for every float z.
-void ScreenProjection::project_four(float* p) const {
+void ScreenProjection::project_four(float* const p[4]) const {
     const GOptions& o = *options_;
-    Lanes in = {_mm_set_ps(p[9], p[6], p[3], p[0]), _mm_set_ps(p[10], p[7], p[4], p[1]),
-                _mm_set_ps(p[11], p[8], p[5], p[2])};
+    Lanes in = {_mm_set_ps(p[3][0], p[2][0], p[1][0], p[0][0]),
+                _mm_set_ps(p[3][1], p[2][1], p[1][1], p[0][1]),
+                _mm_set_ps(p[3][2], p[2][2], p[1][2], p[0][2])};
     const Lanes c = affine_lanes(camera_, affine_lanes(object_, in));
     const __m128 z = c.z;
     __m128 rejected = _mm_or_ps(_mm_cmplt_ps(z, _mm_set1_ps(o.near_clip)),
@@ -159,9 +160,9 @@ void ScreenProjection::project_four(float* p) const {
     _mm_storeu_ps(out_y, select_lanes(rejected, in.y, ry));
     _mm_storeu_ps(out_visible, _mm_and_ps(visible, _mm_set1_ps(1.0f)));
     for (int k = 0; k < 4; ++k) {
-        p[3 * k] = out_x[k];
-        p[3 * k + 1] = out_y[k];
-        p[3 * k + 2] = out_visible[k];
+        p[k][0] = out_x[k];
+        p[k][1] = out_y[k];
+        p[k][2] = out_visible[k];
     }
 }
 
@@ -171,8 +172,22 @@ void ScreenProjection::project_points(float* points, size_t count) const {
     size_t k = 0;
 #ifdef __SSE2__
     if (options_ != nullptr) {
-        for (; k + 4 <= count; k += 4) project_four(points + 3 * k);
+        for (; k + 4 <= count; k += 4) {
+            float* const four[4] = {points + 3 * k, points + 3 * k + 3, points + 3 * k + 6,
+                                    points + 3 * k + 9};
+            project_four(four);
+        }
     }
 #endif
     for (; k < count; ++k) project(points + 3 * k);
+}
+
+void ScreenProjection::project_each(float* const* points, size_t count) const {
+    size_t k = 0;
+#ifdef __SSE2__
+    if (options_ != nullptr) {
+        for (; k + 4 <= count; k += 4) project_four(points + k);
+    }
+#endif
+    for (; k < count; ++k) project(points[k]);
 }

@@ -25,10 +25,12 @@ class ScreenProjection {
     // Projects count points stored one after another (x, y, z each), each
     // exactly as project does; four at a time where the processor allows.
     void project_points(float* points, size_t count) const;
+    // The same for count points found through pointers.
+    void project_each(float* const* points, size_t count) const;
 
   private:
-    // Four points stored one after another (SSE2 only).
-    void project_four(float* p) const;
+    // Four points at once (SSE2 only).
+    void project_four(float* const p[4]) const;
 
     const GOptions* options_;
     const float (*object_)[4];

@@ -175,6 +175,11 @@ void X11VectorPreviewer::X11_draw_segment(float* a, float* b) {
 
 void X11VectorPreviewer::send_queued_segments() {
     if (queued_.empty()) return;
-    for (auto& sink : sinks_) sink->segments(queued_.data(), queued_.size());
+    send_segments(queued_.data(), queued_.size());
     queued_.clear();
+}
+
+void X11VectorPreviewer::send_segments(const RasterSegment* s, size_t count) {
+    if (count == 0) return;
+    for (auto& sink : sinks_) sink->segments(s, count);
 }

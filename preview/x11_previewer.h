@@ -50,6 +50,8 @@ class X11VectorPreviewer : public PreviewRenderer {
         if (queued_.size() >= SEGMENT_BATCH) send_queued_segments();
     }
     void send_queued_segments();
+    // Hands segments to every sink at once (none may be queued).
+    void send_segments(const RasterSegment* s, size_t count);
 
     // The raster point of a projected point, its coordinates truncated
     // toward zero; false when the point is not drawn: it is not visible, or

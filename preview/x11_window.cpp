@@ -233,12 +233,12 @@ void X11Window::set_foreground(const float rgb[3]) {
 }
 
 void X11Window::send_lines() {
-    if (pending_lines_.empty()) return;
+    if (pending_count_ == 0) return;
     if (!is_lost(display)) {
         XDrawSegments(display, pixmap, foreground_gc, pending_lines_.data(),
-                      static_cast<int>(pending_lines_.size()));
+                      static_cast<int>(pending_count_));
     }
-    pending_lines_.clear();
+    pending_count_ = 0;
 }
 
 // Any key ends the wait; a button asks for the files to be read again. The
@@ -342,20 +342,38 @@ void X11PixmapSink::world_begin(int, int) {
 // A line's pixels lie inside the box of its ends, so a segment whose ends
 // are both beyond one edge of the pixmap leaves it untouched and is not sent:
 // in a scene seen from close by most segments are, and each costs protocol.
-void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
-    if ((x0 < 0 && x1 < 0) || (y0 < 0 && y1 < 0) || (x0 >= window_.width && x1 >= window_.width) ||
-        (y0 >= window_.height && y1 >= window_.height)) {
-        return;
+// A segment reaching past the 16 bits of the protocol is cut first. False
+// when nothing is left to draw.
+bool X11PixmapSink::fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const {
+    if ((*x0 < 0 && *x1 < 0) || (*y0 < 0 && *y1 < 0) ||
+        (*x0 >= window_.width && *x1 >= window_.width) ||
+        (*y0 >= window_.height && *y1 >= window_.height)) {
+        return false;
     }
-    bool inside =
-        fits_x_protocol(x0) && fits_x_protocol(y0) && fits_x_protocol(x1) && fits_x_protocol(y1);
-    if (!inside && !clip_to_protocol_range(&x0, &y0, &x1, &y1)) return;
-    window_.draw_line(x0, y0, x1, y1);
+    bool inside = fits_x_protocol(*x0) && fits_x_protocol(*y0) && fits_x_protocol(*x1) &&
+                  fits_x_protocol(*y1);
+    return inside || clip_to_protocol_range(x0, y0, x1, y1);
 }
 
-// The class is final, so the calls below are direct and inlined.
+void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
+    if (fit_to_pixmap(&x0, &y0, &x1, &y1)) window_.draw_line(x0, y0, x1, y1);
+}
+
+// The lines are written straight into the window's batch.
 void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
-    for (size_t k = 0; k < count; ++k) segment(s[k].x0, s[k].y0, s[k].x1, s[k].y1);
+    while (count > 0) {
+        const size_t part = std::min<size_t>(count, 4096);
+        XSegment* line = window_.line_space(part);
+        for (size_t k = 0; k < part; ++k) {
+            int x0 = s[k].x0, y0 = s[k].y0, x1 = s[k].x1, y1 = s[k].y1;
+            if (fit_to_pixmap(&x0, &y0, &x1, &y1)) {
+                *line++ = {short(x0), short(y0), short(x1), short(y1)};
+            }
+        }
+        window_.lines_written(line);
+        s += part;
+        count -= part;
+    }
 }
 
 void X11PixmapSink::color(const float rgb[3]) {

@@ -46,8 +46,22 @@ class X11Window {
     // Draws a line into the pixmap; the ends must fit in 16 bits. Lines are
     // sent in batches, before anything else is done with the window.
     void draw_line(int x0, int y0, int x1, int y1) {
-        pending_lines_.push_back({short(x0), short(y0), short(x1), short(y1)});
-        if (pending_lines_.size() >= LINE_BATCH) send_lines();
+        XSegment* line = line_space(1);
+        *line = {short(x0), short(y0), short(x1), short(y1)};
+        lines_written(line + 1);
+    }
+    // Room for up to count lines to be written in place of draw_line calls;
+    // lines_written then takes the end of the lines written.
+    XSegment* line_space(size_t count) {
+        if (pending_count_ + count > pending_lines_.size()) {
+            send_lines();
+            if (count > pending_lines_.size()) pending_lines_.resize(count);
+        }
+        return pending_lines_.data() + pending_count_;
+    }
+    void lines_written(const XSegment* end) {
+        pending_count_ = size_t(end - pending_lines_.data());
+        if (pending_count_ >= LINE_BATCH) send_lines();
     }
 
     // What ended the final wait.
@@ -83,7 +97,8 @@ class X11Window {
     // where a call per line would take Xlib's lock and check its buffer for
     // each. The server draws them exactly as it draws the lines one by one.
     static constexpr size_t LINE_BATCH = 8192;  // 64 KiB of protocol
-    std::vector<XSegment> pending_lines_;
+    std::vector<XSegment> pending_lines_ = std::vector<XSegment>(LINE_BATCH);
+    size_t pending_count_ = 0;
     void send_lines();
 };
 
@@ -99,6 +114,7 @@ class X11PixmapSink final : public LineSink {
     void world_end() override;
 
   private:
+    bool fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const;
     X11Window& window_;
 };
 

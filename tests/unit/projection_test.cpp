@@ -194,6 +194,12 @@ TEST_F(Projection, PointsProjectedTogetherEqualPointsProjectedAlone) {
             xstep = ystep = step;
             std::vector<float> together = points, alone = points;
             ScreenProjection().project_points(together.data(), together.size() / 3);
+            // Found through pointers, in another order.
+            std::vector<float> scattered = points;
+            std::vector<float*> each;
+            for (size_t i = scattered.size(); i >= 3; i -= 3) each.push_back(&scattered[i - 3]);
+            ScreenProjection().project_each(each.data(), each.size());
+            ASSERT_EQ(memcmp(scattered.data(), together.data(), 4 * together.size()), 0);
             for (size_t i = 0; i < alone.size(); i += 3) toscreen(&alone[i]);
             for (size_t i = 0; i < alone.size(); i += 3) {
                 ASSERT_EQ(memcmp(&together[i], &alone[i], 3 * sizeof(float)), 0)
