@@ -22,10 +22,6 @@ enum DumpMode { DUMP_NONE = 0, DUMP_QUADS = 1, DUMP_TRIANGLES = 2 };
 
 // The raster point of each lattice point, made once although most points
 // end four segments.
-struct RasterPoint {
-    int x, y;
-    bool drawn;
-};
 RasterPoint raster_points[GRID_POINTS][GRID_POINTS];
 
 // Projects the lattice in place, all its points together, and makes its
@@ -39,8 +35,7 @@ void project_lattice(int nu, int nv) {
     ScreenProjection().project_each(lattice_points, count);
     for (int j = 0; j <= nv; ++j) {
         for (int i = 0; i <= nu; ++i) {
-            RasterPoint& r = raster_points[j][i];
-            r.drawn = X11VectorPreviewer::raster_point(grid[j][i], &r.x, &r.y);
+            raster_points[j][i] = X11VectorPreviewer::raster_point(grid[j][i]);
         }
     }
 }

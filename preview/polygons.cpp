@@ -36,17 +36,23 @@ void report_missing_positions() {
     RMError(RIE_MISSINGDATA, RIE_ERROR, "No \"P\" list found");
 }
 
-// Projected copies of polygon vertices, kept from call to call: the
-// caller's positions stay as given.
-std::vector<float>& projected_scratch() {
-    static std::vector<float> points;
-    return points;
+// The raster points of projected copies of polygon vertices, kept from call
+// to call; the caller's positions stay as given.
+struct ProjectionScratch {
+    std::vector<float> points;
+    std::vector<RasterPoint> raster;
+};
+
+ProjectionScratch& projection_scratch() {
+    static ProjectionScratch scratch;
+    return scratch;
 }
 
-// Projected copies of vertices 0..count-1 of P, or of the vertices P[verts[k]]
-// for k in 0..count-1 when verts is given.
-float* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
-    std::vector<float>& points = projected_scratch();
+// The raster points of vertices 0..count-1 of P, or of the vertices
+// P[verts[k]] for k in 0..count-1 when verts is given.
+const RasterPoint* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
+    ProjectionScratch& scratch = projection_scratch();
+    std::vector<float>& points = scratch.points;
     points.resize(3 * count);
     if (verts == nullptr) {
         std::copy(P, P + 3 * count, points.begin());
@@ -55,23 +61,27 @@ float* project_vertices(const float* P, size_t count, const RtInt* verts = nullp
             memcpy(&points[3 * k], P + 3 * size_t(verts[k]), 3 * sizeof(float));
     }
     ScreenProjection().project_points(points.data(), count);
-    return points.data();
+    scratch.raster.resize(count);
+    for (size_t k = 0; k < count; ++k) {
+        scratch.raster[k] = X11VectorPreviewer::raster_point(&points[3 * k]);
+    }
+    return scratch.raster.data();
 }
 
 // Draws the closed outline of n projected vertices, vertex k being
-// projected + 3 * index(k); with n = 1 the closing segment is a single point.
+// vertices[index(k)]; with n = 1 the closing segment is a single point.
 // The segments are queued: the caller sends them.
 template <typename VertexIndex>
-void draw_outline(X11VectorPreviewer* out, int n, const float* projected, VertexIndex index) {
+void draw_outline(X11VectorPreviewer* out, int n, const RasterPoint* vertices, VertexIndex index) {
     if (n < 1) return;
-    const float* first = projected + 3 * size_t(index(0));
-    const float* previous = first;
+    const RasterPoint& first = vertices[index(0)];
+    const RasterPoint* previous = &first;
     for (int k = 1; k < n; ++k) {
-        const float* current = projected + 3 * size_t(index(k));
-        out->queue_segment(previous, current);
+        const RasterPoint* current = &vertices[index(k)];
+        out->queue_segment(*previous, *current);
         previous = current;
     }
-    out->queue_segment(previous, first);
+    out->queue_segment(*previous, first);
 }
 
 // Whether the n indices from verts all name a vertex (none is negative).
@@ -111,7 +121,7 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     if (out == nullptr) return;
     const IndexedLoops m = measure_loops(nloops, nverts, verts);
     const size_t vertices = size_t(m.highest) + 1;
-    float* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
+    const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
     for (int l = 0; l < m.loops; ++l) {
         const int n = nverts[l];
         if (indices_valid(n, verts)) {

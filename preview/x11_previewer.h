@@ -12,6 +12,13 @@
 
 class X11Window;
 
+// A projected point as the sinks take it: raster coordinates, and whether
+// segments to it are drawn at all.
+struct RasterPoint {
+    int x, y;
+    bool drawn;
+};
+
 class X11VectorPreviewer : public PreviewRenderer {
   public:
     X11VectorPreviewer();
@@ -38,15 +45,12 @@ class X11VectorPreviewer : public PreviewRenderer {
     // send_queued_segments. Drawers of many segments queue them and send
     // them when done; the sinks see the same segments in the same order.
     void queue_segment(const float* a, const float* b) {
-        int ax, ay, bx, by;
-        if (raster_point(a, &ax, &ay) && raster_point(b, &bx, &by)) {
-            queue_raster_segment(ax, ay, bx, by);
-        }
+        queue_segment(raster_point(a), raster_point(b));
     }
-    // Queues the segment between two raster points made by raster_point.
-    void queue_raster_segment(int x0, int y0, int x1, int y1) {
-        if (sinks_.empty()) return;
-        queued_.push_back({x0, y0, x1, y1});
+    // The same, between two points made by raster_point.
+    void queue_segment(const RasterPoint& a, const RasterPoint& b) {
+        if (!a.drawn || !b.drawn || sinks_.empty()) return;
+        queued_.push_back({a.x, a.y, b.x, b.y});
         if (queued_.size() >= SEGMENT_BATCH) send_queued_segments();
     }
     void send_queued_segments();
@@ -54,18 +58,16 @@ class X11VectorPreviewer : public PreviewRenderer {
     void send_segments(const RasterSegment* s, size_t count);
 
     // The raster point of a projected point, its coordinates truncated
-    // toward zero; false when the point is not drawn: it is not visible, or
-    // a coordinate lies beyond +-2^30 (a degenerate screen mapping), since
+    // toward zero. It is not drawn when the point is not visible or a
+    // coordinate lies beyond +-2^30 (a degenerate screen mapping), since
     // sinks take ints with room to spare.
-    static bool raster_point(const float* p, int* x, int* y) {
+    static RasterPoint raster_point(const float* p) {
         constexpr float RASTER_LIMIT = 1 << 30;
         if (p[2] == 0.0f || !(p[0] > -RASTER_LIMIT && p[0] < RASTER_LIMIT) ||
             !(p[1] > -RASTER_LIMIT && p[1] < RASTER_LIMIT)) {
-            return false;
+            return {0, 0, false};
         }
-        *x = static_cast<int>(p[0]);
-        *y = static_cast<int>(p[1]);
-        return true;
+        return {static_cast<int>(p[0]), static_cast<int>(p[1]), true};
     }
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
