@@ -174,9 +174,9 @@ void X11VectorPreviewer::X11_draw_segment(float* a, float* b) {
 }
 
 void X11VectorPreviewer::send_queued_segments() {
-    if (queued_.empty()) return;
-    send_segments(queued_.data(), queued_.size());
-    queued_.clear();
+    size_t count = queued_count_;
+    queued_count_ = 0;
+    send_segments(queued_, count);
 }
 
 void X11VectorPreviewer::send_segments(const RasterSegment* s, size_t count) {

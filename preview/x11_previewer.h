@@ -50,8 +50,8 @@ class X11VectorPreviewer : public PreviewRenderer {
     // The same, between two points made by raster_point.
     void queue_segment(const RasterPoint& a, const RasterPoint& b) {
         if (!a.drawn || !b.drawn || sinks_.empty()) return;
-        queued_.push_back({a.x, a.y, b.x, b.y});
-        if (queued_.size() >= SEGMENT_BATCH) send_queued_segments();
+        queued_[queued_count_++] = {a.x, a.y, b.x, b.y};
+        if (queued_count_ == SEGMENT_BATCH) send_queued_segments();
     }
     void send_queued_segments();
     // Hands segments to every sink at once (none may be queued).
@@ -84,7 +84,8 @@ class X11VectorPreviewer : public PreviewRenderer {
 
   private:
     static constexpr size_t SEGMENT_BATCH = 4096;
-    std::vector<RasterSegment> queued_;
+    RasterSegment queued_[SEGMENT_BATCH];
+    size_t queued_count_ = 0;
 
     void open_postscript();
     void prepare_pictures();
