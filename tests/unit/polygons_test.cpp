@@ -2,6 +2,9 @@
 // given, indexed loops in the order given, and bad counts and indices.
 #include <gtest/gtest.h>
 
+#include <array>
+#include <vector>
+
 #include "drawing_fixture.h"
 #include "preview/polygons.h"
 
@@ -80,4 +83,50 @@ TEST_F(Polygons, LastPositionsListWinsAndMissingOneIsReported) {
     EXPECT_EQ(segments[0], (Segment{322, 238, 322, 238}));
     RiPolygonV(1, 0, tokens, params);
     EXPECT_TRUE(only_report(RIE_MISSINGDATA, RIE_ERROR, "No \"P\" list found"));
+}
+
+// A mesh whose segments fill several of the batches the sinks are handed:
+// every segment arrives, in polygon order, each vertex where its position
+// says.
+TEST_F(Polygons, LargeMeshArrivesWholeAndInOrder) {
+    constexpr int SIDE = 61;  // 60 x 60 quadrilaterals, 14400 segments
+    std::vector<float> P;
+    for (int j = 0; j < SIDE; ++j) {
+        for (int i = 0; i < SIDE; ++i) P.insert(P.end(), {px(i), px(j), 1});
+    }
+    std::vector<RtInt> nverts, verts;
+    std::vector<Segment> expected;
+    auto raster = [](int vertex) {
+        return std::array<int, 2>{320 + vertex % SIDE, 240 - vertex / SIDE};
+    };
+    for (int j = 0; j + 1 < SIDE; ++j) {
+        for (int i = 0; i + 1 < SIDE; ++i) {
+            const RtInt quad[4] = {j * SIDE + i, j * SIDE + i + 1, (j + 1) * SIDE + i + 1,
+                                   (j + 1) * SIDE + i};
+            nverts.push_back(4);
+            for (int k = 0; k < 4; ++k) {
+                verts.push_back(quad[k]);
+                auto a = raster(quad[k]), b = raster(quad[(k + 1) % 4]);
+                expected.push_back({a[0], a[1], b[0], b[1]});
+            }
+        }
+    }
+    draw_points_polygons(int(nverts.size()), nverts.data(), verts.data(), P.data());
+    EXPECT_EQ(segments, expected);
+}
+
+// Polygons naming few of many vertices have each of their own projected as
+// they are drawn: the same segments, up to a negative count.
+TEST_F(Polygons, FewIndicesIntoManyVerticesAndANegativeCount) {
+    std::vector<float> P;
+    for (int k = 0; k < 40; ++k) P.insert(P.end(), {px(k), px(2 * k), 1});
+    RtInt nverts[] = {3, 2, -1, 3};
+    RtInt verts[] = {39, 5, 20, 7, 7, 1, 2, 3};
+    draw_points_polygons(4, nverts, verts, P.data());
+    std::vector<Segment> expected = {{359, 162, 325, 230},
+                                     {325, 230, 340, 200},
+                                     {340, 200, 359, 162},
+                                     {327, 226, 327, 226},
+                                     {327, 226, 327, 226}};
+    EXPECT_EQ(segments, expected);
 }

@@ -341,6 +341,38 @@ def case_postscript_page_shows_the_outline(s):
         check(not dark_near(x, y), "stray ink on the page near (%d, %d)" % (x, y))
 
 
+def case_lines_crossing_the_edges_are_drawn_to_them(s):
+    """Lines reaching out of the window on both sides, or on one, are drawn
+    across it; a polygon wholly outside leaves no pixel."""
+    scene = """Format 200 100 1
+Projection "orthographic"
+WorldBegin
+Translate 0 0 5
+Polygon "P" [-3 -0.5 0  3 -0.5 0  3 0.5 0  -3 0.5 0]
+Polygon "P" [-4 -1 0  4 1 0]
+Polygon "P" [-9 -1 0  -5 -1 0  -5 1 0]
+WorldEnd
+"""
+    p = s.start(scene, "-bg", "0", "0", "0")
+    wid, _, _ = s.find_window()
+    white, black = rgb_of((1, 1, 1)), rgb_of((0, 0, 0))
+    pixels = s.picture_with_outline(wid, white)
+
+    def on_diagonal(x, y, slack):  # the line y = x / 4, raster y = 50 - (x - 100) / 4
+        return abs(y - (50 - (x - 100) / 4)) <= slack
+
+    for x in range(200):
+        for y in (TOP, BOTTOM):
+            check(close_to(pixels[y][x], white), "no line at (%d, %d)" % (x, y))
+        diagonal = [y for y in range(100) if on_diagonal(x, y, 1) and close_to(pixels[y][x], white)]
+        check(diagonal, "no diagonal at x %d" % x)
+    for y, row in enumerate(pixels):
+        for x, pixel in enumerate(row):
+            if abs(y - TOP) > 1 and abs(y - BOTTOM) > 1 and not on_diagonal(x, y, 2):
+                check(close_to(pixel, black), "stray colour %s at (%d, %d)" % (pixel, x, y))
+    end_with_key(s, p, wid)
+
+
 CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
          if name.startswith("case_")}
 
