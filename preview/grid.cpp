@@ -20,9 +20,9 @@ namespace {
 
 enum DumpMode { DUMP_NONE = 0, DUMP_QUADS = 1, DUMP_TRIANGLES = 2 };
 
-// The raster point of each lattice point, made once although most points
-// end four segments.
-RasterPoint raster_points[GRID_POINTS][GRID_POINTS];
+// The raster point of each lattice point, in lattice order: made once,
+// although most points end four segments.
+RasterPoint raster_points[GRID_POINTS * GRID_POINTS];
 
 // Projects the lattice in place, all its points together, and makes its
 // raster points.
@@ -32,12 +32,7 @@ void project_lattice(int nu, int nv) {
     for (int j = 0; j <= nv; ++j) {
         for (int i = 0; i <= nu; ++i) lattice_points[count++] = grid[j][i];
     }
-    ScreenProjection().project_each(lattice_points, count);
-    for (int j = 0; j <= nv; ++j) {
-        for (int i = 0; i <= nu; ++i) {
-            raster_points[j][i] = X11VectorPreviewer::raster_point(grid[j][i]);
-        }
-    }
+    ScreenProjection().project_each(lattice_points, count, raster_points);
 }
 
 // The text of every lattice point, made once per lattice: under -dumptri an
@@ -120,14 +115,18 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
     auto segment = [&out](const RasterPoint& a, const RasterPoint& b) {
         if (a.drawn && b.drawn) *out++ = {a.x, a.y, b.x, b.y};
     };
+    const size_t row = size_t(nu) + 1;
     for (int j = 0; j < nv; ++j) {
+        const RasterPoint* here = raster_points + j * row;
+        const RasterPoint* below = here + row;
         for (int i = 0; i < nu; ++i) {
-            segment(raster_points[j][i], raster_points[j][i + 1]);
-            segment(raster_points[j][i], raster_points[j + 1][i]);
+            segment(here[i], here[i + 1]);
+            segment(here[i], below[i]);
         }
-        segment(raster_points[j][nu], raster_points[j + 1][nu]);
+        segment(here[nu], below[nu]);
     }
-    for (int i = 0; i < nu; ++i) segment(raster_points[nv][i], raster_points[nv][i + 1]);
+    const RasterPoint* last = raster_points + nv * row;
+    for (int i = 0; i < nu; ++i) segment(last[i], last[i + 1]);
     send_segments(lattice_segments, size_t(out - lattice_segments));
     for (auto& sink : sinks_) sink->object_end();
 }

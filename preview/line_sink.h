@@ -8,10 +8,13 @@
 // - Drawing: fill grid[j][i] (rows 0..nv, columns 0..nu, object space) and
 //   call previewer()->draw_object(nu, nv), or project points with toscreen
 //   and call previewer()->X11_draw_segment(a, b) for single segments.
-//   draw_object ends each lattice with object_end() ("stroke" on the
-//   PostScript page); segments drawn straight through X11_draw_segment are
-//   stroked with the next object or the trailer. A lattice above
-//   GRID_CELLS_MAX cells either way is refused with a report.
+//   A drawer of many segments projects its points together through one
+//   ScreenProjection, queues the segments with queue_segment and calls
+//   send_queued_segments before it returns, so that no other sink event
+//   comes between. draw_object ends each lattice with object_end()
+//   ("stroke" on the PostScript page); segments drawn straight through
+//   X11_draw_segment are stroked with the next object or the trailer. A
+//   lattice above GRID_CELLS_MAX cells either way is refused with a report.
 // - Dumps: under -dumprib / -dumptri draw_object prints the lattice instead
 //   of drawing it; polygon-like faces are printed with dump_polygon_fan or
 //   print_dump_polygon (preview/dump.h), whose text is the standard stream
@@ -21,8 +24,10 @@
 //   world_begin at once when added inside a world block. The previewer owns
 //   its sinks and destroys them at the end of the run, after the final wait
 //   and before the display is closed: a file sink writes its trailer and
-//   closes its file in its destructor. Segments reach every sink in the
-//   order they were added (the window first, then the PostScript page).
+//   closes its file in its destructor. Segments reach each sink in the
+//   order they are drawn, in batches (segments), each batch reaching the
+//   sinks in the order they were added (the window first, then the
+//   PostScript page).
 // - No display: the X11 sink exists only while the window is open, and the
 //   PostScript page is opened right after the window; before that (or when
 //   the display cannot be opened) a segment reaches only the sinks added by

@@ -60,11 +60,8 @@ const RasterPoint* project_vertices(const float* P, size_t count, const RtInt* v
         for (size_t k = 0; k < count; ++k)
             memcpy(&points[3 * k], P + 3 * size_t(verts[k]), 3 * sizeof(float));
     }
-    ScreenProjection().project_points(points.data(), count);
     scratch.raster.resize(count);
-    for (size_t k = 0; k < count; ++k) {
-        scratch.raster[k] = X11VectorPreviewer::raster_point(&points[3 * k]);
-    }
+    ScreenProjection().project_points(points.data(), count, scratch.raster.data());
     return scratch.raster.data();
 }
 
@@ -92,8 +89,10 @@ bool indices_valid(int n, const RtInt verts[]) {
     return true;
 }
 
-// The loops drawn of an indexed list: how many come before the first negative
-// vertex count, how many indices they hold and the highest of them.
+// The loops of an indexed list: how many come before the first negative
+// vertex count, how many indices they hold, and the highest index of the
+// loops drawn (those without a negative index), so that no vertex is read
+// that drawing them one by one would not read.
 struct IndexedLoops {
     int loops = 0;
     size_t indices = 0;
@@ -103,9 +102,12 @@ struct IndexedLoops {
 IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]) {
     IndexedLoops m;
     for (; m.loops < nloops && nverts[m.loops] >= 0; ++m.loops) {
-        for (RtInt k = 0; k < nverts[m.loops]; ++k) m.highest = std::max(m.highest, verts[k]);
-        verts += nverts[m.loops];
-        m.indices += size_t(nverts[m.loops]);
+        const int n = nverts[m.loops];
+        if (indices_valid(n, verts)) {
+            for (int k = 0; k < n; ++k) m.highest = std::max(m.highest, verts[k]);
+        }
+        verts += n;
+        m.indices += size_t(n);
     }
     return m;
 }

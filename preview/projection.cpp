@@ -124,11 +124,29 @@ __m128 select_lanes(__m128 mask, __m128 when_set, __m128 otherwise) {
     return _mm_or_ps(_mm_and_ps(mask, when_set), _mm_andnot_ps(mask, otherwise));
 }
 
+// The raster points of four projected points, as raster_point makes them:
+// drawn where visible with both coordinates strictly inside +-2^30, which
+// also makes the truncation to int exact in range.
+void raster_four(__m128 x, __m128 y, __m128 visible, RasterPoint* raster) {
+    const __m128 limit = _mm_set1_ps(1 << 30), negative_limit = _mm_set1_ps(-(1 << 30));
+    __m128 drawn =
+        _mm_and_ps(visible, _mm_and_ps(_mm_cmplt_ps(x, limit), _mm_cmpgt_ps(x, negative_limit)));
+    drawn = _mm_and_ps(drawn, _mm_and_ps(_mm_cmplt_ps(y, limit), _mm_cmpgt_ps(y, negative_limit)));
+    int xs[4], ys[4];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(xs), _mm_cvttps_epi32(x));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(ys), _mm_cvttps_epi32(y));
+    const int mask = _mm_movemask_ps(drawn);
+    for (int k = 0; k < 4; ++k) {
+        const bool point_drawn = (mask >> k) & 1;
+        raster[k] = {point_drawn ? xs[k] : 0, point_drawn ? ys[k] : 0, point_drawn};
+    }
+}
+
 }  // namespace
 
 // The depth floor is compared in single precision: no float lies in
 // [0.1, 0.1f), so z < 0.1 and z < 0.1f agree for every float z.
-void ScreenProjection::project_four(float* const p[4]) const {
+void ScreenProjection::project_four(float* const p[4], RasterPoint* raster) const {
     const GOptions& o = *options_;
     Lanes in = {_mm_set_ps(p[3][0], p[2][0], p[1][0], p[0][0]),
                 _mm_set_ps(p[3][1], p[2][1], p[1][1], p[0][1]),
@@ -164,30 +182,37 @@ void ScreenProjection::project_four(float* const p[4]) const {
         p[k][1] = out_y[k];
         p[k][2] = out_visible[k];
     }
+    if (raster != nullptr) raster_four(rx, ry, visible, raster);
 }
 
 #endif
 
-void ScreenProjection::project_points(float* points, size_t count) const {
+void ScreenProjection::project_points(float* points, size_t count, RasterPoint* raster) const {
     size_t k = 0;
 #ifdef __SSE2__
     if (options_ != nullptr) {
         for (; k + 4 <= count; k += 4) {
             float* const four[4] = {points + 3 * k, points + 3 * k + 3, points + 3 * k + 6,
                                     points + 3 * k + 9};
-            project_four(four);
+            project_four(four, raster ? raster + k : nullptr);
         }
     }
 #endif
-    for (; k < count; ++k) project(points + 3 * k);
+    for (; k < count; ++k) {
+        project(points + 3 * k);
+        if (raster != nullptr) raster[k] = raster_point(points + 3 * k);
+    }
 }
 
-void ScreenProjection::project_each(float* const* points, size_t count) const {
+void ScreenProjection::project_each(float* const* points, size_t count, RasterPoint* raster) const {
     size_t k = 0;
 #ifdef __SSE2__
     if (options_ != nullptr) {
-        for (; k + 4 <= count; k += 4) project_four(points + k);
+        for (; k + 4 <= count; k += 4) project_four(points + k, raster ? raster + k : nullptr);
     }
 #endif
-    for (; k < count; ++k) project(points[k]);
+    for (; k < count; ++k) {
+        project(points[k]);
+        if (raster != nullptr) raster[k] = raster_point(points[k]);
+    }
 }

@@ -7,6 +7,25 @@
 
 class GOptions;
 
+// A projected point as the sinks take it: raster coordinates truncated
+// toward zero, and whether segments to it are drawn at all.
+struct RasterPoint {
+    int x, y;
+    bool drawn;
+};
+
+// The raster point of a projected point. It is not drawn when the point is
+// not visible or a coordinate lies beyond +-2^30 (a degenerate screen
+// mapping), since sinks take ints with room to spare.
+inline RasterPoint raster_point(const float* p) {
+    constexpr float RASTER_LIMIT = 1 << 30;
+    if (p[2] == 0.0f || !(p[0] > -RASTER_LIMIT && p[0] < RASTER_LIMIT) ||
+        !(p[1] > -RASTER_LIMIT && p[1] < RASTER_LIMIT)) {
+        return {0, 0, false};
+    }
+    return {static_cast<int>(p[0]), static_cast<int>(p[1]), true};
+}
+
 // Overwrites p (x, y, z in object space) with (raster x, raster y, visible),
 // visible being exactly 1.0 when the point may be drawn and 0.0 when not.
 void toscreen(float* p);
@@ -23,14 +42,16 @@ class ScreenProjection {
     // As toscreen.
     void project(float* p) const;
     // Projects count points stored one after another (x, y, z each), each
-    // exactly as project does; four at a time where the processor allows.
-    void project_points(float* points, size_t count) const;
+    // exactly as project does, four at a time where the processor allows;
+    // with raster given, raster[k] receives the raster point of point k.
+    void project_points(float* points, size_t count, RasterPoint* raster = nullptr) const;
     // The same for count points found through pointers.
-    void project_each(float* const* points, size_t count) const;
+    void project_each(float* const* points, size_t count, RasterPoint* raster = nullptr) const;
 
   private:
-    // Four points at once (SSE2 only).
-    void project_four(float* const p[4]) const;
+    // Four points at once (SSE2 only), and their raster points when raster
+    // is given.
+    void project_four(float* const p[4], RasterPoint* raster) const;
 
     const GOptions* options_;
     const float (*object_)[4];

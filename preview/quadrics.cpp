@@ -10,6 +10,7 @@
 #include "preview/quadrics.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "preview/lattice.h"
 #include "preview/variadic_forms.h"
@@ -28,14 +29,48 @@ struct Columns {
     float sin_theta[GRID_POINTS];
 };
 
-void fill_columns(Columns* c, float thetamax, int nu) {
-    const float step = static_cast<float>(thetamax * DEG_TO_RAD / nu);
-    float theta = 0.0f;
-    for (int i = 0; i <= nu; ++i) {
-        c->cos_theta[i] = std::cos(theta);
-        c->sin_theta[i] = std::sin(theta);
-        theta += step;
+// cos and sin of count + 1 angles from first, growing by step; the last
+// table made is kept, since scenes draw many quadrics of one sweep and
+// detail, and the same angles give the same values.
+struct AngleTable {
+    float first = 0.0f, step = 0.0f;
+    int count = -1;
+    float cos_angle[GRID_POINTS];
+    float sin_angle[GRID_POINTS];
+};
+
+bool same_bits(float a, float b) {
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+const AngleTable& angle_table(AngleTable* last, float first, float step, int count) {
+    if (last->count == count && same_bits(last->first, first) && same_bits(last->step, step)) {
+        return *last;
     }
+    float angle = first;
+    for (int i = 0; i <= count; ++i) {
+        last->cos_angle[i] = std::cos(angle);
+        last->sin_angle[i] = std::sin(angle);
+        angle += step;
+    }
+    last->first = first;
+    last->step = step;
+    last->count = count;
+    return *last;
+}
+
+void fill_columns(Columns* c, float thetamax, int nu) {
+    static AngleTable last;
+    const float step = static_cast<float>(thetamax * DEG_TO_RAD / nu);
+    const AngleTable& table = angle_table(&last, 0.0f, step, nu);
+    std::memcpy(c->cos_theta, table.cos_angle, sizeof(float) * size_t(nu + 1));
+    std::memcpy(c->sin_theta, table.sin_angle, sizeof(float) * size_t(nu + 1));
+}
+
+// The rows of a sphere or a torus: cos and sin of nv + 1 angles.
+const AngleTable& row_angles(float first, float step, int nv) {
+    static AngleTable last;
+    return angle_table(&last, first, step, nv);
 }
 
 void set_point(int row, int column, float x, float y, float z) {
@@ -58,11 +93,9 @@ LatticeSize fill_sphere(float radius, float zmin, float zmax, float thetamax, in
     fill_columns(&c, thetamax, nu);
     const float phimin = std::asin(zmin / radius);
     const float phimax = std::asin(zmax / radius);
-    const float step = (phimax - phimin) / nv;
-    float phi = phimin;
+    const AngleTable& rows = row_angles(phimin, (phimax - phimin) / nv, nv);
     for (int j = 0; j <= nv; ++j) {
-        fill_circle_row(c, j, nu, radius * std::cos(phi), radius * std::sin(phi));
-        phi += step;
+        fill_circle_row(c, j, nu, radius * rows.cos_angle[j], radius * rows.sin_angle[j]);
     }
     return {nu, nv};
 }
@@ -135,11 +168,12 @@ LatticeSize fill_torus(float majorrad, float minorrad, float phimin, float phima
     const int nv = capped_cells(2LL * d);
     Columns c;
     fill_columns(&c, thetamax, nu);
-    const float step = static_cast<float>((phimax - phimin) * DEG_TO_RAD / nv);
-    float phi = static_cast<float>(phimin * DEG_TO_RAD);
+    const AngleTable& rows =
+        row_angles(static_cast<float>(phimin * DEG_TO_RAD),
+                   static_cast<float>((phimax - phimin) * DEG_TO_RAD / nv), nv);
     for (int j = 0; j <= nv; ++j) {
-        fill_circle_row(c, j, nu, majorrad + minorrad * std::cos(phi), minorrad * std::sin(phi));
-        phi += step;
+        fill_circle_row(c, j, nu, majorrad + minorrad * rows.cos_angle[j],
+                        minorrad * rows.sin_angle[j]);
     }
     return {nu, nv};
 }

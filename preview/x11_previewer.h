@@ -8,16 +8,10 @@
 #include <vector>
 
 #include "preview/line_sink.h"
+#include "preview/projection.h"
 #include "ri/renderer.h"
 
 class X11Window;
-
-// A projected point as the sinks take it: raster coordinates, and whether
-// segments to it are drawn at all.
-struct RasterPoint {
-    int x, y;
-    bool drawn;
-};
 
 class X11VectorPreviewer : public PreviewRenderer {
   public:
@@ -57,18 +51,6 @@ class X11VectorPreviewer : public PreviewRenderer {
     // Hands segments to every sink at once (none may be queued).
     void send_segments(const RasterSegment* s, size_t count);
 
-    // The raster point of a projected point, its coordinates truncated
-    // toward zero. It is not drawn when the point is not visible or a
-    // coordinate lies beyond +-2^30 (a degenerate screen mapping), since
-    // sinks take ints with room to spare.
-    static RasterPoint raster_point(const float* p) {
-        constexpr float RASTER_LIMIT = 1 << 30;
-        if (p[2] == 0.0f || !(p[0] > -RASTER_LIMIT && p[0] < RASTER_LIMIT) ||
-            !(p[1] > -RASTER_LIMIT && p[1] < RASTER_LIMIT)) {
-            return {0, 0, false};
-        }
-        return {static_cast<int>(p[0]), static_cast<int>(p[1]), true};
-    }
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);

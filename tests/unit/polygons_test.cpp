@@ -130,3 +130,15 @@ TEST_F(Polygons, FewIndicesIntoManyVerticesAndANegativeCount) {
                                      {327, 226, 327, 226}};
     EXPECT_EQ(segments, expected);
 }
+
+// The indices of a polygon skipped for a negative index are never followed,
+// however far they point (the sanitizer build catches a read past P).
+TEST_F(Polygons, SkippedPolygonsIndicesAreNeverFollowed) {
+    std::vector<float> P = {px(0), px(0), 1, px(4), px(0), 1, px(4), px(4), 1};
+    RtInt nverts[] = {2, 3};
+    RtInt verts[] = {-1, 5000000, 0, 1, 2};
+    draw_points_polygons(2, nverts, verts, P.data());
+    std::vector<Segment> expected = {
+        {320, 240, 324, 240}, {324, 240, 324, 236}, {324, 236, 320, 240}};
+    EXPECT_EQ(segments, expected);
+}
