@@ -36,8 +36,8 @@ void report_missing_positions() {
     RMError(RIE_MISSINGDATA, RIE_ERROR, "No \"P\" list found");
 }
 
-// The raster points of projected copies of polygon vertices, kept from call
-// to call; the caller's positions stay as given.
+// Copies of gathered polygon vertices and the raster points of vertices,
+// kept from call to call; the caller's positions stay as given.
 struct ProjectionScratch {
     std::vector<float> points;
     std::vector<RasterPoint> raster;
@@ -52,16 +52,14 @@ ProjectionScratch& projection_scratch() {
 // P[verts[k]] for k in 0..count-1 when verts is given.
 const RasterPoint* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
     ProjectionScratch& scratch = projection_scratch();
-    std::vector<float>& points = scratch.points;
-    points.resize(3 * count);
-    if (verts == nullptr) {
-        std::copy(P, P + 3 * count, points.begin());
-    } else {
+    if (verts != nullptr) {
+        scratch.points.resize(3 * count);
         for (size_t k = 0; k < count; ++k)
-            memcpy(&points[3 * k], P + 3 * size_t(verts[k]), 3 * sizeof(float));
+            memcpy(&scratch.points[3 * k], P + 3 * size_t(verts[k]), 3 * sizeof(float));
+        P = scratch.points.data();
     }
     scratch.raster.resize(count);
-    ScreenProjection().project_points(points.data(), count, scratch.raster.data());
+    ScreenProjection().rasterize_points(P, count, scratch.raster.data());
     return scratch.raster.data();
 }
 
@@ -97,6 +95,7 @@ struct IndexedLoops {
     int loops = 0;
     size_t indices = 0;
     RtInt highest = -1;
+    bool all_drawn = true;  // no loop has a negative index
 };
 
 IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]) {
@@ -105,6 +104,8 @@ IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]
         const int n = nverts[m.loops];
         if (indices_valid(n, verts)) {
             for (int k = 0; k < n; ++k) m.highest = std::max(m.highest, verts[k]);
+        } else {
+            m.all_drawn = false;
         }
         verts += n;
         m.indices += size_t(n);
@@ -126,7 +127,7 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
     for (int l = 0; l < m.loops; ++l) {
         const int n = nverts[l];
-        if (indices_valid(n, verts)) {
+        if (m.all_drawn || indices_valid(n, verts)) {
             if (shared != nullptr) {
                 draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
             } else {

@@ -146,7 +146,8 @@ void raster_four(__m128 x, __m128 y, __m128 visible, RasterPoint* raster) {
 
 // The depth floor is compared in single precision: no float lies in
 // [0.1, 0.1f), so z < 0.1 and z < 0.1f agree for every float z.
-void ScreenProjection::project_four(float* const p[4], RasterPoint* raster) const {
+void ScreenProjection::project_four(const float* const p[4], float* const out[4],
+                                    RasterPoint* raster) const {
     const GOptions& o = *options_;
     Lanes in = {_mm_set_ps(p[3][0], p[2][0], p[1][0], p[0][0]),
                 _mm_set_ps(p[3][1], p[2][1], p[1][1], p[0][1]),
@@ -172,15 +173,17 @@ void ScreenProjection::project_four(float* const p[4], RasterPoint* raster) cons
         _mm_sub_ps(_mm_set1_ps(half_y_), ceil_lanes(_mm_div_ps(y, _mm_set1_ps(ystep_))));
     const __m128 visible = _mm_andnot_ps(_mm_or_ps(rejected, _mm_cmpunord_ps(rx, ry)),
                                          _mm_castsi128_ps(_mm_set1_epi32(-1)));
-    // A rejected point keeps its x and y, as project leaves them.
-    float out_x[4], out_y[4], out_visible[4];
-    _mm_storeu_ps(out_x, select_lanes(rejected, in.x, rx));
-    _mm_storeu_ps(out_y, select_lanes(rejected, in.y, ry));
-    _mm_storeu_ps(out_visible, _mm_and_ps(visible, _mm_set1_ps(1.0f)));
-    for (int k = 0; k < 4; ++k) {
-        p[k][0] = out_x[k];
-        p[k][1] = out_y[k];
-        p[k][2] = out_visible[k];
+    if (out != nullptr) {
+        // A rejected point keeps its x and y, as project leaves them.
+        float out_x[4], out_y[4], out_visible[4];
+        _mm_storeu_ps(out_x, select_lanes(rejected, in.x, rx));
+        _mm_storeu_ps(out_y, select_lanes(rejected, in.y, ry));
+        _mm_storeu_ps(out_visible, _mm_and_ps(visible, _mm_set1_ps(1.0f)));
+        for (int k = 0; k < 4; ++k) {
+            out[k][0] = out_x[k];
+            out[k][1] = out_y[k];
+            out[k][2] = out_visible[k];
+        }
     }
     if (raster != nullptr) raster_four(rx, ry, visible, raster);
 }
@@ -194,7 +197,7 @@ void ScreenProjection::project_points(float* points, size_t count, RasterPoint* 
         for (; k + 4 <= count; k += 4) {
             float* const four[4] = {points + 3 * k, points + 3 * k + 3, points + 3 * k + 6,
                                     points + 3 * k + 9};
-            project_four(four, raster ? raster + k : nullptr);
+            project_four(four, four, raster ? raster + k : nullptr);
         }
     }
 #endif
@@ -208,11 +211,31 @@ void ScreenProjection::project_each(float* const* points, size_t count, RasterPo
     size_t k = 0;
 #ifdef __SSE2__
     if (options_ != nullptr) {
-        for (; k + 4 <= count; k += 4) project_four(points + k, raster ? raster + k : nullptr);
+        for (; k + 4 <= count; k += 4)
+            project_four(points + k, points + k, raster ? raster + k : nullptr);
     }
 #endif
     for (; k < count; ++k) {
         project(points[k]);
         if (raster != nullptr) raster[k] = raster_point(points[k]);
+    }
+}
+
+void ScreenProjection::rasterize_points(const float* points, size_t count,
+                                        RasterPoint* raster) const {
+    size_t k = 0;
+#ifdef __SSE2__
+    if (options_ != nullptr) {
+        for (; k + 4 <= count; k += 4) {
+            const float* const four[4] = {points + 3 * k, points + 3 * k + 3, points + 3 * k + 6,
+                                          points + 3 * k + 9};
+            project_four(four, nullptr, raster + k);
+        }
+    }
+#endif
+    for (; k < count; ++k) {
+        float p[3] = {points[3 * k], points[3 * k + 1], points[3 * k + 2]};
+        project(p);
+        raster[k] = raster_point(p);
     }
 }

@@ -47,11 +47,15 @@ class ScreenProjection {
     void project_points(float* points, size_t count, RasterPoint* raster = nullptr) const;
     // The same for count points found through pointers.
     void project_each(float* const* points, size_t count, RasterPoint* raster = nullptr) const;
+    // The raster points of count points stored one after another, the
+    // points themselves left as they are.
+    void rasterize_points(const float* points, size_t count, RasterPoint* raster) const;
 
   private:
-    // Four points at once (SSE2 only), and their raster points when raster
-    // is given.
-    void project_four(float* const p[4], RasterPoint* raster) const;
+    // Four points at once (SSE2 only): the projected points are written to
+    // out (which may be p) and their raster points to raster, each when
+    // given.
+    void project_four(const float* const p[4], float* const out[4], RasterPoint* raster) const;
 
     const GOptions* options_;
     const float (*object_)[4];

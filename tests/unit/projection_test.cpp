@@ -202,6 +202,11 @@ TEST_F(Projection, PointsProjectedTogetherEqualPointsProjectedAlone) {
             std::vector<float*> each;
             for (size_t i = scattered.size(); i >= 3; i -= 3) each.push_back(&scattered[i - 3]);
             ScreenProjection().project_each(each.data(), each.size(), raster_each.data());
+            // Raster points only, the points left alone.
+            std::vector<float> untouched = points;
+            std::vector<RasterPoint> raster_only(count);
+            ScreenProjection().rasterize_points(untouched.data(), count, raster_only.data());
+            ASSERT_EQ(memcmp(untouched.data(), points.data(), 4 * points.size()), 0);
             ASSERT_EQ(memcmp(scattered.data(), together.data(), 4 * together.size()), 0);
             for (size_t i = 0; i < alone.size(); i += 3) toscreen(&alone[i]);
             for (size_t k = 0; k < count; ++k) {
@@ -209,7 +214,8 @@ TEST_F(Projection, PointsProjectedTogetherEqualPointsProjectedAlone) {
                     << "point " << k << " (" << points[3 * k] << ", " << points[3 * k + 1] << ", "
                     << points[3 * k + 2] << ")";
                 const RasterPoint expected = raster_point(&alone[3 * k]);
-                for (const RasterPoint& r : {raster_together[k], raster_each[count - 1 - k]}) {
+                for (const RasterPoint& r :
+                     {raster_together[k], raster_each[count - 1 - k], raster_only[k]}) {
                     ASSERT_EQ(r.drawn, expected.drawn) << "point " << k;
                     ASSERT_EQ(r.x, expected.x) << "point " << k;
                     ASSERT_EQ(r.y, expected.y) << "point " << k;
