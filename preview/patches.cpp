@@ -122,6 +122,30 @@ float dot4(const float x[4], const float y[4]) {
     return x[0] * y[0] + x[1] * y[1] + x[2] * y[2] + x[3] * y[3];
 }
 
+// (t^3, t^2, t, 1) x basis at t = k / n for k in 0..n: the weights of the
+// four control rows (or columns) at each lattice row (or column). The last
+// weights made for each direction are kept, since a scene draws most of its
+// patches with one basis at one detail.
+struct BasisWeights {
+    float basis[4][4];
+    int n = -1;
+    float weights[GRID_POINTS][4];
+};
+BasisWeights u_weights, v_weights;
+
+const BasisWeights& basis_weights(BasisWeights* last, const float basis[4][4], int n) {
+    if (last->n == n && std::memcmp(last->basis, basis, sizeof last->basis) == 0) return *last;
+    const auto cells = static_cast<float>(n);
+    for (int k = 0; k <= n; ++k) {
+        const float t = k / cells;
+        const float powers[4] = {t * t * t, t * t, t, 1.0f};
+        row_times_matrix(powers, basis, last->weights[k]);
+    }
+    std::memcpy(last->basis, basis, sizeof last->basis);
+    last->n = n;
+    return *last;
+}
+
 }  // namespace
 
 void fill_bilinear_patch(PatchPositions p) {
@@ -144,25 +168,16 @@ void fill_bicubic_patch(PatchPositions p, const float ubasis[4][4], const float 
                         int ustep, int vstep, int n) {
     Geometry geo;
     load_geometry(p, ustep, vstep, &geo);
-    const auto cells = static_cast<float>(n);
-    float a[GRID_POINTS][4];  // U x ubasis of each column
-    for (int i = 0; i <= n; ++i) {
-        const float u = i / cells;
-        const float urow[4] = {u * u * u, u * u, u, 1.0f};
-        row_times_matrix(urow, ubasis, a[i]);
-    }
+    const BasisWeights& a = basis_weights(&u_weights, ubasis, n);
+    const BasisWeights& b = basis_weights(&v_weights, vbasis, n);
     for (int j = 0; j <= n; ++j) {
-        const float v = j / cells;
-        const float vrow[4] = {v * v * v, v * v, v, 1.0f};
-        float b[4];
-        row_times_matrix(vrow, vbasis, b);
         float row[4][4];
-        blend_row(geo, b, geo.rational ? 4 : 3, row);
+        blend_row(geo, b.weights[j], geo.rational ? 4 : 3, row);
         for (int i = 0; i <= n; ++i) {
             float* out = grid[j][i];
-            for (int k = 0; k < 3; ++k) out[k] = dot4(row[k], a[i]);
+            for (int k = 0; k < 3; ++k) out[k] = dot4(row[k], a.weights[i]);
             if (geo.rational) {
-                const float inv_w = 1.0f / dot4(row[3], a[i]);
+                const float inv_w = 1.0f / dot4(row[3], a.weights[i]);
                 for (int k = 0; k < 3; ++k) out[k] *= inv_w;
             }
         }

@@ -345,6 +345,11 @@ void X11PixmapSink::world_begin(int, int) {
 // A segment reaching past the 16 bits of the protocol is cut first. False
 // when nothing is left to draw.
 bool X11PixmapSink::fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const {
+    const auto width = unsigned(window_.width), height = unsigned(window_.height);
+    if (unsigned(*x0) < width && unsigned(*x1) < width && unsigned(*y0) < height &&
+        unsigned(*y1) < height) {
+        return true;  // the common case: both ends inside the pixmap
+    }
     if ((*x0 < 0 && *x1 < 0) || (*y0 < 0 && *y1 < 0) ||
         (*x0 >= window_.width && *x1 >= window_.width) ||
         (*y0 >= window_.height && *y1 >= window_.height)) {
