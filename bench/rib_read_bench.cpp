@@ -5,8 +5,9 @@
 //
 // Usage: tracery_bench -floor FLOOR -program TRACERY [-n REPEATS] FILE...
 // The program runs as `TRACERY -nowait FILE` and the floor as `FLOOR FILE`,
-// each from the file's folder, without a display or a start-up file, with
-// their output thrown away. The two run in turn, REPEATS times each (default
+// each from the file's folder, without a start-up file, with their output
+// thrown away; the program draws into its window, so run it under an X
+// server (tools/run_bench.sh starts a virtual one). The two run in turn, REPEATS times each (default
 // 5), so that a change of the machine's speed hits both alike; times are the
 // processes' own processor time (user + system), the ratio is the median of
 // the ratios of the pairs (floor time / program time: 1 means the program
