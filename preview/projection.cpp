@@ -1,6 +1,8 @@
-// toscreen: one object-space point carried to raster coordinates through the
-// current transformation, the camera and the screen mapping of the option
-// record, with its visibility decided on the way.
+// toscreen and ScreenProjection: object-space points carried to raster
+// coordinates through the current transformation, the camera and the screen
+// mapping of the option record, with their visibility decided on the way;
+// one at a time, or four at a time with SSE2 giving the same bits, and the
+// raster points the sinks take made from them.
 #include "preview/projection.h"
 
 #include <cmath>
