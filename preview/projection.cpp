@@ -6,6 +6,8 @@
 #include "preview/projection.h"
 
 #include <cmath>
+#include <cstring>
+#include <type_traits>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -192,52 +194,47 @@ void ScreenProjection::project_four(const float* const p[4], float* const out[4]
 
 #endif
 
-void ScreenProjection::project_points(float* points, size_t count, RasterPoint* raster) const {
+// The one loop behind project_points, project_each and rasterize_points:
+// point_at(k) gives point k; writable points are projected in place, points
+// given read-only are left alone, and raster points go to raster when given.
+template <typename PointAt>
+void ScreenProjection::project_run(size_t count, PointAt point_at, RasterPoint* raster) const {
+    using Point = decltype(point_at(size_t(0)));
+    constexpr bool in_place = !std::is_const_v<std::remove_pointer_t<Point>>;
     size_t k = 0;
 #ifdef __SSE2__
     if (options_ != nullptr) {
         for (; k + 4 <= count; k += 4) {
-            float* const four[4] = {points + 3 * k, points + 3 * k + 3, points + 3 * k + 6,
-                                    points + 3 * k + 9};
-            project_four(four, four, raster ? raster + k : nullptr);
+            const Point four[4] = {point_at(k), point_at(k + 1), point_at(k + 2), point_at(k + 3)};
+            if constexpr (in_place) {
+                project_four(four, four, raster ? raster + k : nullptr);
+            } else {
+                project_four(four, nullptr, raster + k);
+            }
         }
     }
 #endif
     for (; k < count; ++k) {
-        project(points + 3 * k);
-        if (raster != nullptr) raster[k] = raster_point(points + 3 * k);
+        float p[3];
+        std::memcpy(p, point_at(k), sizeof p);
+        project(p);
+        if constexpr (in_place) std::memcpy(point_at(k), p, sizeof p);
+        if (raster != nullptr) raster[k] = raster_point(p);
     }
 }
 
+void ScreenProjection::project_points(float* points, size_t count, RasterPoint* raster) const {
+    project_run(
+        count, [points](size_t k) { return points + 3 * k; }, raster);
+}
+
 void ScreenProjection::project_each(float* const* points, size_t count, RasterPoint* raster) const {
-    size_t k = 0;
-#ifdef __SSE2__
-    if (options_ != nullptr) {
-        for (; k + 4 <= count; k += 4)
-            project_four(points + k, points + k, raster ? raster + k : nullptr);
-    }
-#endif
-    for (; k < count; ++k) {
-        project(points[k]);
-        if (raster != nullptr) raster[k] = raster_point(points[k]);
-    }
+    project_run(
+        count, [points](size_t k) { return points[k]; }, raster);
 }
 
 void ScreenProjection::rasterize_points(const float* points, size_t count,
                                         RasterPoint* raster) const {
-    size_t k = 0;
-#ifdef __SSE2__
-    if (options_ != nullptr) {
-        for (; k + 4 <= count; k += 4) {
-            const float* const four[4] = {points + 3 * k, points + 3 * k + 3, points + 3 * k + 6,
-                                          points + 3 * k + 9};
-            project_four(four, nullptr, raster + k);
-        }
-    }
-#endif
-    for (; k < count; ++k) {
-        float p[3] = {points[3 * k], points[3 * k + 1], points[3 * k + 2]};
-        project(p);
-        raster[k] = raster_point(p);
-    }
+    project_run(
+        count, [points](size_t k) { return points + 3 * k; }, raster);
 }

@@ -56,6 +56,8 @@ class ScreenProjection {
     // out (which may be p) and their raster points to raster, each when
     // given.
     void project_four(const float* const p[4], float* const out[4], RasterPoint* raster) const;
+    template <typename PointAt>
+    void project_run(size_t count, PointAt point_at, RasterPoint* raster) const;
 
     const GOptions* options_;
     const float (*object_)[4];

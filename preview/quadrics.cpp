@@ -23,12 +23,6 @@ namespace {
 
 constexpr double DEG_TO_RAD = 0.017453292519943295;
 
-// cos and sin of theta for columns 0..nu, theta growing by thetamax / nu.
-struct Columns {
-    float cos_theta[GRID_POINTS];
-    float sin_theta[GRID_POINTS];
-};
-
 // cos and sin of count + 1 angles from first, growing by step; the last
 // table made is kept, since scenes draw many quadrics of one sweep and
 // detail, and the same angles give the same values.
@@ -59,12 +53,10 @@ const AngleTable& angle_table(AngleTable* last, float first, float step, int cou
     return *last;
 }
 
-void fill_columns(Columns* c, float thetamax, int nu) {
+// cos and sin of theta for columns 0..nu, theta growing by thetamax / nu.
+const AngleTable& columns(float thetamax, int nu) {
     static AngleTable last;
-    const float step = static_cast<float>(thetamax * DEG_TO_RAD / nu);
-    const AngleTable& table = angle_table(&last, 0.0f, step, nu);
-    std::memcpy(c->cos_theta, table.cos_angle, sizeof(float) * size_t(nu + 1));
-    std::memcpy(c->sin_theta, table.sin_angle, sizeof(float) * size_t(nu + 1));
+    return angle_table(&last, 0.0f, static_cast<float>(thetamax * DEG_TO_RAD / nu), nu);
 }
 
 // The rows of a sphere or a torus: cos and sin of nv + 1 angles.
@@ -80,8 +72,8 @@ void set_point(int row, int column, float x, float y, float z) {
 }
 
 // One row of a surface of revolution: the circle of radius r at height z.
-void fill_circle_row(const Columns& c, int row, int nu, float r, float z) {
-    for (int i = 0; i <= nu; ++i) set_point(row, i, r * c.cos_theta[i], r * c.sin_theta[i], z);
+void fill_circle_row(const AngleTable& c, int row, int nu, float r, float z) {
+    for (int i = 0; i <= nu; ++i) set_point(row, i, r * c.cos_angle[i], r * c.sin_angle[i], z);
 }
 
 }  // namespace
@@ -89,8 +81,7 @@ void fill_circle_row(const Columns& c, int row, int nu, float r, float z) {
 LatticeSize fill_sphere(float radius, float zmin, float zmax, float thetamax, int d) {
     const int nu = capped_cells(2LL * d);
     const int nv = capped_cells(d);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     const float phimin = std::asin(zmin / radius);
     const float phimax = std::asin(zmax / radius);
     const AngleTable& rows = row_angles(phimin, (phimax - phimin) / nv, nv);
@@ -102,8 +93,7 @@ LatticeSize fill_sphere(float radius, float zmin, float zmax, float thetamax, in
 
 LatticeSize fill_cone(float height, float radius, float thetamax, int d) {
     const int nu = capped_cells(2LL * d);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     fill_circle_row(c, 0, nu, radius, 0.0f);
     fill_circle_row(c, 1, nu, 0.0f, height);  // every column at the apex
     return {nu, 1};
@@ -111,8 +101,7 @@ LatticeSize fill_cone(float height, float radius, float thetamax, int d) {
 
 LatticeSize fill_cylinder(float radius, float zmin, float zmax, float thetamax, int d) {
     const int nu = capped_cells(2LL * d);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     fill_circle_row(c, 0, nu, radius, zmin);
     fill_circle_row(c, 1, nu, radius, zmax);
     return {nu, 1};
@@ -121,8 +110,7 @@ LatticeSize fill_cylinder(float radius, float zmin, float zmax, float thetamax, 
 LatticeSize fill_paraboloid(float rmax, float zmin, float zmax, float thetamax, int d) {
     const int nu = capped_cells(2LL * d);
     const int nv = capped_cells(d);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     const float step = 1.0f / nv;
     float t = 0.0f;
     for (int j = 0; j <= nv; ++j) {
@@ -135,8 +123,7 @@ LatticeSize fill_paraboloid(float rmax, float zmin, float zmax, float thetamax, 
 
 LatticeSize fill_disk(float height, float radius, float thetamax, int d) {
     const int nu = capped_cells(2LL * d);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     fill_circle_row(c, 0, nu, 0.0f, height);  // every column at the centre
     fill_circle_row(c, 1, nu, radius, height);
     return {nu, 1};
@@ -145,8 +132,7 @@ LatticeSize fill_disk(float height, float radius, float thetamax, int d) {
 LatticeSize fill_hyperboloid(const float point1[3], const float point2[3], float thetamax, int d) {
     const int nu = capped_cells(2LL * d);
     const int nv = capped_cells(d / 2);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     const float step = 1.0f / nv;
     float t = 0.0f;
     for (int j = 0; j <= nv; ++j) {
@@ -154,8 +140,8 @@ LatticeSize fill_hyperboloid(const float point1[3], const float point2[3], float
         const float py = (1.0f - t) * point1[1] + t * point2[1];
         const float pz = (1.0f - t) * point1[2] + t * point2[2];
         for (int i = 0; i <= nu; ++i) {
-            set_point(j, i, px * c.cos_theta[i] - py * c.sin_theta[i],
-                      px * c.sin_theta[i] + py * c.cos_theta[i], pz);
+            set_point(j, i, px * c.cos_angle[i] - py * c.sin_angle[i],
+                      px * c.sin_angle[i] + py * c.cos_angle[i], pz);
         }
         t += step;
     }
@@ -166,8 +152,7 @@ LatticeSize fill_torus(float majorrad, float minorrad, float phimin, float phima
                        int d) {
     const int nu = capped_cells(4LL * d);
     const int nv = capped_cells(2LL * d);
-    Columns c;
-    fill_columns(&c, thetamax, nu);
+    const AngleTable& c = columns(thetamax, nu);
     const AngleTable& rows =
         row_angles(static_cast<float>(phimin * DEG_TO_RAD),
                    static_cast<float>((phimax - phimin) * DEG_TO_RAD / nv), nv);
