@@ -25,6 +25,7 @@
 #include "ri/transforms.h"
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
+#include "rib/request_place.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
@@ -44,6 +45,10 @@ struct RecordedArchive {
     std::string file;  // the stream it was recorded from
     int first_line;    // line of its ArchiveBegin
     std::string text;  // the requests as RIB text, newlines where the lines broke
+    // Where its requests are placed when replayed: the file and the shift
+    // from the stream's line count to the editor's (comment lines included).
+    std::string place_file;
+    int place_shift;
 };
 
 std::map<std::string, RecordedArchive> archives;
@@ -111,6 +116,8 @@ void read_archive_begin() {
     RecordedArchive archive;
     archive.file = RIB_filename ? RIB_filename : "";
     archive.first_line = RIB_lineno;
+    archive.place_file = current_source_file();
+    archive.place_shift = current_source_line() - RIB_lineno;
     int line = RIB_lineno;
     bool keep = true;
     if (record_tokens(archive.text, &line, &keep) == RecordEnd::EndOfStream) {
@@ -161,6 +168,9 @@ void replay_inline_archive(const char* name, const char* searchpath, int echo) {
         QuillError(RIE_NOMEM, RIE_ERROR, "Cannot replay archive \"%s\"", name);
         return;
     }
+    const bool padded = archive.first_line <= LINE_PADDING_MAX;
+    const int shift = archive.place_shift + (padded ? 0 : archive.first_line - 1);
+    const SourcePlacement placement(archive.place_file.c_str(), shift);
     ParseRIB_stream(stream, label.c_str(), searchpath, echo);
     std::fclose(stream);
 }

@@ -10,6 +10,7 @@
 #include "rib/conditionals.h"
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
+#include "rib/request_place.h"
 #include "rib/rib_files.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
@@ -481,6 +482,7 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
         f = open_rib_file(filename, RMDEBUG >= 2 || (complain && echo));
         if (!f) return -1;
     }
+    const SourcePlacement in_itself(nullptr, 0);
     int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
     if (filename) fclose(f);
     return result;
@@ -508,6 +510,7 @@ void dispatch_row(const char* keyword, REACTION* row) {
         QuillError(RIE_SYNTAX, RIE_ERROR, "Could not identify token %s", keyword);
         return;
     }
+    const RequestScope request(row->keyword);
     if (row->parse) {
         row->parse(keyword, row);
         return;

@@ -4,10 +4,19 @@
 
 #include <sys/stat.h>
 
+#include <unordered_set>
+
 #include "ri/ri.h"
 #include "support/error.h"
 
 namespace {
+
+std::vector<std::string> opened_files;
+std::unordered_set<std::string> opened_names;
+
+void note_opened(const char* filename) {
+    if (opened_names.insert(filename).second) opened_files.push_back(filename);
+}
 
 // Outside any file (line 0, as for the files named on the command line) each
 // report is about another file, so none is dropped as a repeat of the last.
@@ -60,5 +69,15 @@ FILE* open_rib_file(const char* filename, bool report) {
         std::fclose(f);
         return nullptr;
     }
+    note_opened(filename);
     return f;
+}
+
+const std::vector<std::string>& opened_rib_files() {
+    return opened_files;
+}
+
+void clear_opened_rib_files() {
+    opened_files.clear();
+    opened_names.clear();
 }

@@ -461,9 +461,10 @@ void skip_to_newline() {
 }
 
 // Consumes a comment up to and including its newline. That newline is not
-// counted in the line number.
+// counted in the line number (only in the editor's count of comment_lines).
 void skip_comment() {
     skip_to_newline();
+    if (current.lookahead == '\n' && !current.at_eof) ++current.comment_lines;
     advance();
 }
 
@@ -507,6 +508,7 @@ int RIBparse_open_stream(FILE* f, const char* name) {
     current.name_copy = copy_name(name ? name : "");
     RIB_filename = current.name_copy;
     current.line = RIB_lineno = 1;
+    current.comment_lines = 0;
     current.at_eof = 0;
     current.pushback_text[0] = '\0';
     current.pushback_code = 0;
@@ -518,6 +520,7 @@ void RIBparse_close_stream() {
     release_state(current);
     RIB_filename = nullptr;
     RIB_lineno = current.line = 0;
+    current.comment_lines = 0;
     current.descriptor = -1;
     current.at_eof = 0;
     current.buffer_pos = current.buffer_len = 0;
@@ -548,6 +551,10 @@ void RIBparse_advance() {
 
 void RIBparse_skip_line() {
     skip_to_newline();
+}
+
+int RIBparse_source_line() {
+    return RIB_lineno + current.comment_lines;
 }
 
 // ---- Tokens ----

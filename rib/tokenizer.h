@@ -41,6 +41,7 @@ struct RibStreamState {
     int at_eof;
     char* name_copy;  // owned copy of the stream's name
     int line;         // private line counter, kept with RIB_lineno
+    int comment_lines;  // newlines ending comments, which RIB_lineno leaves out
     char pushback_text[RIB_TOKEN_MAX];
     int pushback_code;
 };
@@ -70,6 +71,9 @@ int RIBparse_at_eof();
 void RIBparse_advance();
 // Skips characters up to, not including, the next newline.
 void RIBparse_skip_line();
+// The line of the stream being read as an editor counts it: RIB_lineno with
+// the newlines that end comments counted as well (reports leave those out).
+int RIBparse_source_line();
 
 int RIBparse_read_number(char* text);
 int RIBparse_quoted_string(char* text);
