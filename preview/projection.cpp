@@ -27,7 +27,7 @@ constexpr double DEPTH_FLOOR = 0.1;
 // coordinates far from integer overflow.
 constexpr float SCREEN_BOUND = 10.0f;
 
-bool depth_rejected(float z, const GOptions& o) {
+bool depth_rejected(float z, const ScreenMapping& o) {
     return z < o.near_clip || z > o.far_clip || static_cast<double>(z) < DEPTH_FLOOR;
 }
 
@@ -37,30 +37,50 @@ bool outside_screen_bound(float x, float y) {
 
 }  // namespace
 
-ScreenProjection::ScreenProjection()
-    : options_(renderer),
-      object_(nullptr),
-      camera_(nullptr),
-      half_x_(0),
-      half_y_(0),
-      xstep_(xstep),
-      ystep_(ystep) {
-    if (options_ == nullptr) return;
-    object_ = point_matrix_at(curxform, sample_time, object_blend_);
-    camera_ = point_matrix_at(options_->camera, sample_time, camera_blend_);
+ScreenMapping current_screen_mapping() {
+    const GOptions* o = renderer;
+    if (o == nullptr) return ScreenMapping{};
     // The screen-plane origin always lands on the raster centre, taken from
     // the raw resolution halved in integers: the screen window's offset and
     // the frame aspect ratio's reduction of the resolution do not move it.
-    half_x_ = static_cast<float>(options_->xres / 2);
-    half_y_ = static_cast<float>(options_->yres / 2);
+    return {o->projection,
+            o->near_clip,
+            o->far_clip,
+            xstep,
+            ystep,
+            static_cast<float>(o->xres / 2),
+            static_cast<float>(o->yres / 2)};
+}
+
+ScreenProjection::ScreenProjection()
+    : valid_(renderer != nullptr),
+      mapping_(current_screen_mapping()),
+      object_(nullptr),
+      camera_(nullptr) {
+    if (!valid_) return;
+    object_ = point_matrix_at(curxform, sample_time, object_blend_);
+    camera_ = point_matrix_at(renderer->camera, sample_time, camera_blend_);
+}
+
+ScreenProjection::ScreenProjection(const ScreenMapping& mapping, const float (*object)[4],
+                                   const float (*camera)[4])
+    : valid_(true), mapping_(mapping), object_(nullptr), camera_(nullptr) {
+    if (object != nullptr) {
+        std::memcpy(object_blend_, object, sizeof object_blend_);
+        object_ = object_blend_;
+    }
+    if (camera != nullptr) {
+        std::memcpy(camera_blend_, camera, sizeof camera_blend_);
+        camera_ = camera_blend_;
+    }
 }
 
 void ScreenProjection::project(float* p) const {
-    if (options_ == nullptr) {
+    if (!valid_) {
         p[2] = 0.0f;
         return;
     }
-    const GOptions& o = *options_;
+    const ScreenMapping& o = mapping_;
     float world[3], c[3];
     transform_point_by(object_, p, world);
     transform_point_by(camera_, world, c);
@@ -77,8 +97,8 @@ void ScreenProjection::project(float* p) const {
         p[2] = 0.0f;
         return;
     }
-    p[0] = ceilf(x / xstep_) + half_x_;
-    p[1] = half_y_ - ceilf(y / ystep_);
+    p[0] = ceilf(x / o.xstep) + o.half_x;
+    p[1] = o.half_y - ceilf(y / o.ystep);
     p[2] = (std::isnan(p[0]) || std::isnan(p[1])) ? 0.0f : 1.0f;
 }
 
@@ -152,7 +172,7 @@ void raster_four(__m128 x, __m128 y, __m128 visible, RasterPoint* raster) {
 // [0.1, 0.1f), so z < 0.1 and z < 0.1f agree for every float z.
 void ScreenProjection::project_four(const float* const p[4], float* const out[4],
                                     RasterPoint* raster) const {
-    const GOptions& o = *options_;
+    const ScreenMapping& o = mapping_;
     Lanes in = {_mm_set_ps(p[3][0], p[2][0], p[1][0], p[0][0]),
                 _mm_set_ps(p[3][1], p[2][1], p[1][1], p[0][1]),
                 _mm_set_ps(p[3][2], p[2][2], p[1][2], p[0][2])};
@@ -172,9 +192,9 @@ void ScreenProjection::project_four(const float* const p[4], float* const out[4]
     rejected =
         _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(y, bound), _mm_cmplt_ps(y, negative_bound)));
     const __m128 rx =
-        _mm_add_ps(ceil_lanes(_mm_div_ps(x, _mm_set1_ps(xstep_))), _mm_set1_ps(half_x_));
+        _mm_add_ps(ceil_lanes(_mm_div_ps(x, _mm_set1_ps(o.xstep))), _mm_set1_ps(o.half_x));
     const __m128 ry =
-        _mm_sub_ps(_mm_set1_ps(half_y_), ceil_lanes(_mm_div_ps(y, _mm_set1_ps(ystep_))));
+        _mm_sub_ps(_mm_set1_ps(o.half_y), ceil_lanes(_mm_div_ps(y, _mm_set1_ps(o.ystep))));
     const __m128 visible = _mm_andnot_ps(_mm_or_ps(rejected, _mm_cmpunord_ps(rx, ry)),
                                          _mm_castsi128_ps(_mm_set1_epi32(-1)));
     if (out != nullptr) {
@@ -203,7 +223,7 @@ void ScreenProjection::project_run(size_t count, PointAt point_at, RasterPoint* 
     constexpr bool in_place = !std::is_const_v<std::remove_pointer_t<Point>>;
     size_t k = 0;
 #ifdef __SSE2__
-    if (options_ != nullptr) {
+    if (valid_) {
         for (; k + 4 <= count; k += 4) {
             const Point four[4] = {point_at(k), point_at(k + 1), point_at(k + 2), point_at(k + 3)};
             if constexpr (in_place) {

@@ -5,8 +5,6 @@
 
 #include <cstddef>
 
-class GOptions;
-
 // A projected point as the sinks take it: raster coordinates truncated
 // toward zero, and whether segments to it are drawn at all.
 struct RasterPoint {
@@ -26,6 +24,19 @@ inline RasterPoint raster_point(const float* p) {
     return {static_cast<int>(p[0]), static_cast<int>(p[1]), true};
 }
 
+// What the projection reads from the option record of a world block: the
+// projection (0 perspective, anything else orthographic), the clipping
+// distances, the screen-plane size of a pixel and the raster centre.
+struct ScreenMapping {
+    int projection;
+    float near_clip, far_clip;
+    float xstep, ystep;
+    float half_x, half_y;
+};
+
+// The mapping of the option record in force (all zero without a renderer).
+ScreenMapping current_screen_mapping();
+
 // Overwrites p (x, y, z in object space) with (raster x, raster y, visible),
 // visible being exactly 1.0 when the point may be drawn and 0.0 when not.
 void toscreen(float* p);
@@ -39,6 +50,11 @@ void toscreen(float* p);
 class ScreenProjection {
   public:
     ScreenProjection();
+    // A projection through given matrices (null: the identity) and mapping:
+    // the interactive window projects kept world-space points so, with a
+    // null object matrix. The matrices are copied.
+    ScreenProjection(const ScreenMapping& mapping, const float (*object)[4],
+                     const float (*camera)[4]);
     // As toscreen.
     void project(float* p) const;
     // Projects count points stored one after another (x, y, z each), each
@@ -59,13 +75,12 @@ class ScreenProjection {
     template <typename PointAt>
     void project_run(size_t count, PointAt point_at, RasterPoint* raster) const;
 
-    const GOptions* options_;
+    bool valid_;  // false without a renderer: every point is rejected
+    ScreenMapping mapping_;
     const float (*object_)[4];
     const float (*camera_)[4];
     float object_blend_[4][4];
     float camera_blend_[4][4];
-    float half_x_, half_y_;
-    float xstep_, ystep_;
 };
 
 #endif  // TRACERY_PREVIEW_PROJECTION_H
