@@ -13,6 +13,7 @@
 
 #include "preview/projection.h"
 #include "preview/wire.h"
+#include "preview/world_sink.h"
 #include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
@@ -193,6 +194,7 @@ const float* find_positions(RtInt n, RtToken tokens[], RtPointer params[], int* 
 class DrawingSink : public CurvePointSink {
   public:
     void point(const float p[3]) override {
+        kept_.point(p);
         float current[3] = {p[0], p[1], p[2]};
         projection_.project(current);
         if (count_ == 0) {
@@ -206,11 +208,13 @@ class DrawingSink : public CurvePointSink {
     // Ends one curve, back to its first point when closed.
     void end(bool closed) {
         if (closed && count_ > 2) draw_projected_segment(previous_, first_);
+        kept_.end(closed && count_ > 2);
         count_ = 0;
     }
 
   private:
     const ScreenProjection projection_;
+    KeptPolylines kept_;
     float first_[3], previous_[3];
     long count_ = 0;
 };

@@ -10,6 +10,7 @@
 #include "math/transform.h"
 #include "preview/dump.h"
 #include "preview/projection.h"
+#include "preview/world_sink.h"
 #include "preview/x11_previewer.h"
 #include "ri/transforms.h"
 #include "support/error.h"
@@ -107,6 +108,7 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
         dump_lattice(nu, nv, dump_diced_rib);
         return;
     }
+    keep_lattice(nu, nv);
     project_lattice(nu, nv);
     if (sinks_.empty()) return;
     // Rows, then columns, cell by cell in lattice order.

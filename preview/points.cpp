@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "preview/wire.h"
+#include "preview/world_sink.h"
 #include "preview/x11_previewer.h"
 #include "ri/ri.h"
 #include "ri/transforms.h"
@@ -48,6 +49,7 @@ RtVoid RiPointsV(RtInt npoints, RtInt n, RtToken tokens[], RtPointer params[]) {
     }
     X11VectorPreviewer* preview = previewer();
     if (preview == nullptr || npoints <= 0) return;
+    keep_markers(positions, size_t(npoints));
     std::vector<float> points(positions, positions + 3 * size_t(npoints));
     project_points(points.data(), npoints);
     for (int i = 0; i < npoints; i++) draw_cross(preview, &points[3 * size_t(i)]);

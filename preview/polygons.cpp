@@ -14,6 +14,7 @@
 #include "driver/globals.h"
 #include "preview/dump.h"
 #include "preview/projection.h"
+#include "preview/world_sink.h"
 #include "preview/x11_previewer.h"
 #include "ri/transforms.h"
 #include "support/error.h"
@@ -125,9 +126,11 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     const IndexedLoops m = measure_loops(nloops, nverts, verts);
     const size_t vertices = size_t(m.highest) + 1;
     const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
+    KeptLoops kept(P, shared != nullptr ? vertices : 0);
     for (int l = 0; l < m.loops; ++l) {
         const int n = nverts[l];
         if (m.all_drawn || indices_valid(n, verts)) {
+            kept.loop(verts, n);
             if (shared != nullptr) {
                 draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
             } else {
@@ -153,6 +156,7 @@ void draw_polygon(int n, const float* P) {
     }
     X11VectorPreviewer* out = previewer();
     if (n < 1 || out == nullptr) return;
+    keep_outline(P, n);
     draw_outline(out, n, project_vertices(P, size_t(n)), [](int k) { return k; });
     out->send_queued_segments();
 }

@@ -20,6 +20,7 @@
 #include <unordered_set>
 
 #include "preview/wire.h"
+#include "preview/world_sink.h"
 #include "preview/x11_previewer.h"
 #include "ri/transforms.h"
 #include "support/error.h"
@@ -408,6 +409,15 @@ void draw_mesh(RefinedMesh& mesh) {
     }
     std::sort(edges.begin(), edges.end());
     edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
+    if (keeping_geometry()) {
+        std::vector<uint32_t> pairs;
+        pairs.reserve(2 * edges.size());
+        for (uint64_t key : edges) {
+            pairs.push_back(uint32_t(key >> 32));
+            pairs.push_back(uint32_t(key & 0xffffffffu));
+        }
+        keep_edges(mesh.points.data(), mesh.points.size() / 3, pairs.data(), edges.size());
+    }
     project_points(mesh.points.data(), long(mesh.points.size() / 3));
     draw_projected_edges(mesh.points.data(), edges);
 }

@@ -12,6 +12,7 @@
 
 #include "driver/globals.h"
 #include "preview/picture_sink.h"
+#include "preview/world_sink.h"
 #include "preview/postscript.h"
 #include "preview/x11_window.h"
 #include "ri/attributes.h"
@@ -20,6 +21,7 @@
 
 int detail_level = 1;
 int x11_window_enabled = 1;
+WindowHold* window_hold = nullptr;
 
 namespace {
 
@@ -83,8 +85,10 @@ X11VectorPreviewer::~X11VectorPreviewer() {
     display = nullptr;
 }
 
+// In the interactive mode the window waits after the run, in the hands of
+// the interactive view.
 void X11VectorPreviewer::final_wait() {
-    if (!wait_for_last_frame) return;
+    if (!wait_for_last_frame || window_hold != nullptr) return;
     if (window_->wait_for_key_or_button() == X11Window::WaitEnd::BUTTON) repeat_file = 1;
 }
 
@@ -103,7 +107,12 @@ void X11VectorPreviewer::Prepare_XWindow() {
         return;
     }
     if (window_ || !x11_window_enabled) return;
-    window_ = X11Window::open(x_display_name, xres, yres);
+    if (window_hold == nullptr) {
+        window_ = X11Window::open(x_display_name, xres, yres);
+    } else if (window_hold->draw) {
+        if (!window_hold->window) window_hold->window = X11Window::open(x_display_name, xres, yres);
+        window_ = window_hold->window;
+    }
     if (!window_) return;
     display = window_->display;
     add_sink(std::make_unique<X11PixmapSink>(*window_));
@@ -132,6 +141,7 @@ void X11VectorPreviewer::open_postscript() {
 void X11VectorPreviewer::worldbegin() {
     PreviewRenderer::worldbegin();
     Prepare_XWindow();
+    keep_world_begin();
     detail_level = detail_for(relative_detail);
     in_world_ = true;
     world_width_ = xres;
@@ -140,6 +150,7 @@ void X11VectorPreviewer::worldbegin() {
 }
 
 void X11VectorPreviewer::worldend() {
+    keep_world_end();
     for (auto& sink : sinks_) sink->world_end();
     in_world_ = false;
     PreviewRenderer::worldend();
@@ -147,7 +158,8 @@ void X11VectorPreviewer::worldend() {
 
 void X11VectorPreviewer::framebegin(long frame) {
     PreviewRenderer::framebegin(frame);
-    if (sync_times > 0 && !pictures_wanted()) pace_frame();
+    const bool reading_again = window_hold != nullptr && !window_hold->draw;
+    if (sync_times > 0 && !pictures_wanted() && !reading_again) pace_frame();
 }
 
 void X11VectorPreviewer::frameend() {
@@ -163,6 +175,10 @@ void X11VectorPreviewer::set_color(const float rgb[3]) {
     for (int c = 0; c < 3; ++c) color_[c] = rgb[c];
     color_given_ = true;
     for (auto& sink : sinks_) sink->color(color_);
+}
+
+const float* X11VectorPreviewer::drawing_color() const {
+    return color_given_ ? color_ : fg_color;
 }
 
 // A segment is drawn whole or not at all: both ends must be visible. Raster

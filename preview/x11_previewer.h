@@ -59,6 +59,9 @@ class X11VectorPreviewer : public PreviewRenderer {
     // the last RiColor at once, and world_begin when a world block is open.
     void add_sink(std::unique_ptr<LineSink> sink);
 
+    // The colour lines are drawn in now: the last RiColor's, else fg_color.
+    const float* drawing_color() const;
+
     void* display;  // the X11 Display*, null until a window is opened
     // The X display to open (null: the DISPLAY environment variable). Named
     // apart from the option record's display_name, the output file name.
@@ -73,7 +76,7 @@ class X11VectorPreviewer : public PreviewRenderer {
     void prepare_pictures();
     void final_wait();
 
-    std::unique_ptr<X11Window> window_;
+    std::shared_ptr<X11Window> window_;
     std::vector<std::unique_ptr<LineSink>> sinks_;
     bool postscript_opened_ = false;  // tried once per run, failed or not
     bool pictures_added_ = false;
@@ -85,6 +88,17 @@ class X11VectorPreviewer : public PreviewRenderer {
 
 // The renderer made by RiBegin as the previewer it is; null when there is none.
 X11VectorPreviewer* previewer();
+
+// The interactive mode's hold on the window (null otherwise): the window
+// outlives each reading of the files, so a world block takes it from here
+// (opened here at the first one) instead of opening one of its own, and the
+// run ends without the final wait. A reading with draw false (the files read
+// again) opens no window and paces no frame: it only keeps geometry.
+struct WindowHold {
+    std::shared_ptr<X11Window> window;
+    bool draw = true;
+};
+extern WindowHold* window_hold;
 
 // Whether world blocks open the X11 window (and with it the PostScript page).
 // 1 in the program; the interface's state tests clear it so that they run
