@@ -8,16 +8,17 @@
 #include <string>
 
 #include "driver/globals.h"
+#include "driver/interactive.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
 
 namespace {
 
-// The usage text stands as the program has always printed it, so scripts that
-// read it see no change; the picture options (-png, -svg, -pdf), like the
-// working switches -debug, -dumprib and -dumptri, are documented in the
-// README instead.
+// The usage text stands as the program has always printed it, with one line
+// added for the interactive window (-i), so that those who look for it find
+// it; the picture options (-png, -svg, -pdf), like the working switches
+// -debug, -dumprib and -dumptri, are documented in the README instead.
 const char usage_text[] =
     "tracery - X11 vector previewer for RIB files\n"
     "Quill Rendering Tools (Adheres to the RenderMan Standard)\n"
@@ -33,6 +34,7 @@ const char usage_text[] =
     "\t  -color | -nocolor  Force color (or b&w) display\n"
     "\t  {-fg | -bg} color  Specify fg or bg colors for vector display\n"
     "\t  -v                 Verbose mode\n"
+    "\t  -i                 Interactive: free camera, frames, picking, live edits\n"
     "\n";
 
 // The string value of the "-v" option; RiOption takes string values as a
@@ -116,6 +118,10 @@ int apply_option(int argc, char** argv, int i) {
         wait_for_last_frame = 0;
         return 1;
     }
+    if (is("-i")) {
+        begin_interactive_mode();
+        return 1;
+    }
     if (is("-rd")) {
         require_arguments(argc, i, 1, word);
         RiRelativeDetail(static_cast<float>(std::atof(argv[i + 1])));
@@ -158,10 +164,21 @@ void read_startup_file() {
     ParseRIB(path.c_str(), current_searchpath(), current_echo(), 0);
 }
 
+namespace {
+
+bool stdin_read = false;
+
+}  // namespace
+
+bool standard_input_read() {
+    return stdin_read;
+}
+
 void run_once(int argc, char** argv) {
     RiBegin(RI_NULL);
     read_startup_file();
     int first_file = parse_options(argc, argv);
+    stdin_read = first_file >= argc && !background;
     if (first_file >= argc) {
         if (!background) ParseRIB(nullptr, current_searchpath(), current_echo(), 0);
     } else {
@@ -172,12 +189,15 @@ void run_once(int argc, char** argv) {
     RiEnd();
 }
 
+// With -i the window waits after the first run, in the interactive view,
+// which runs the interface again itself when everything is to be read again.
 int run_program(int argc, char** argv) {
     repeat_file = 1;
     while (repeat_file) {
         repeat_file = 0;
         run_once(argc, argv);
     }
+    const int status = interactive_mode() ? run_interactive(argc, argv) : 0;
     release_rib_tables();
-    return 0;
+    return status;
 }

@@ -16,6 +16,8 @@ void read_startup_file();
 
 // Runs the interface once over the start-up file, the options and the files.
 void run_once(int argc, char** argv);
+// Whether the last run read standard input (no file was named).
+bool standard_input_read();
 
 // The whole program: runs the interface over everything for as long as the
 // previewer asks for a repeat, releases the request tables and returns the

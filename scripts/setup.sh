@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs what tracery needs to build and test on Debian 12: the compiler,
 # CMake, Xlib, cairo (picture files), zlib (compressed RIB), OpenSubdiv
-# (subdivision surfaces), GoogleTest, Python (golden tests), Xvfb, and the
-# tools the tests read pictures and pages back with (poppler, ghostscript).
+# (subdivision surfaces), GoogleTest, Python (golden tests), Xvfb, xdotool
+# (real input events for the interactive window's tests), and the tools the
+# tests read pictures and pages back with (poppler, ghostscript).
 set -euo pipefail
 packages=(g++ cmake make pkg-config python3 libx11-dev libcairo2-dev zlib1g-dev libosd-dev
-          libgtest-dev xvfb xauth poppler-utils ghostscript)
+          libgtest-dev xvfb xauth xdotool poppler-utils ghostscript)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||
