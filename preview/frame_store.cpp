@@ -33,6 +33,33 @@ size_t chain_segments(const uint32_t* index, const uint32_t* end) {
     return count;
 }
 
+// Whether every index of p names one of its points (and the chains fill
+// its indices exactly).
+bool indices_fit(const KeptPrimitive& p, const uint32_t* index) {
+    const uint32_t* end = index + p.index_count;
+    switch (p.kind) {
+        case KeptKind::LATTICE:
+            return size_t(p.nu + 1) * size_t(p.nv + 1) == p.point_count;
+        case KeptKind::CHAINS:
+            while (index < end) {
+                const uint32_t n = *index++ & ~CHAIN_CLOSED;
+                if (n > uint32_t(end - index)) return false;
+                for (const uint32_t* last = index + n; index < last; ++index) {
+                    if (*index >= p.point_count) return false;
+                }
+            }
+            return true;
+        case KeptKind::EDGES:
+            for (; index < end; ++index) {
+                if (*index >= p.point_count) return false;
+            }
+            return p.index_count % 2 == 0;
+        case KeptKind::MARKERS:
+            return p.index_count == 0;
+    }
+    return false;
+}
+
 }  // namespace
 
 size_t KeptFrame::bytes() const {
@@ -223,7 +250,9 @@ void FrameStore::set_lattice(int nu, int nv) {
 }
 
 // A frame whose points or indices would pass what 32-bit indices reach is
-// not kept further (it would take tens of gigabytes first).
+// not kept further (it would take tens of gigabytes first). A primitive
+// whose indices do not all name its points is not kept (the drawers never
+// make one), so that drawing it again needs no check.
 void FrameStore::end_primitive() {
     if (!primitive_open_) return;
     KeptFrame& f = *target_;
@@ -237,6 +266,11 @@ void FrameStore::end_primitive() {
     primitive_open_ = false;
     p.point_count = uint32_t(points - p.first_point);
     p.index_count = uint32_t(indices - p.first_index);
+    if (!indices_fit(p, f.indices.data() + p.first_index)) {
+        f.points.resize(size_t(p.first_point) * 3);
+        f.indices.resize(p.first_index);
+        f.primitives.pop_back();
+    }
 }
 
 void FrameStore::abandon_frame() {
@@ -248,4 +282,19 @@ void FrameStore::abandon_frame() {
     f.primitives.pop_back();
     f.points.resize(size_t(p.first_point) * 3);
     f.indices.resize(p.first_index);
+}
+
+std::string origin_text(const FrameStore& store, const KeptFrame& frame, uint32_t origin) {
+    const std::vector<KeptOrigin>& origins = frame.origins;
+    if (origin >= origins.size()) return "";
+    const KeptOrigin& o = origins[origin];
+    std::string text =
+        store.name(o.file) + ":" + std::to_string(o.line) + ": " + store.name(o.keyword);
+    // Each origin's "from" was made before it, so the walk ends.
+    for (uint32_t from = o.from; from < origin; from = origins[from].from) {
+        text += " (from " + store.name(origins[from].file) + ":" +
+                std::to_string(origins[from].line) + ")";
+        origin = from;
+    }
+    return text;
 }

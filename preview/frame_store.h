@@ -143,6 +143,11 @@ class FrameStore {
     bool overflowed_ = false;
 };
 
+// Where a primitive of frame came from, as a click prints it: "FILE:LINE:
+// Request", then " (from FILE:LINE)" for each archive level, innermost
+// first ("" for no origin).
+std::string origin_text(const FrameStore& store, const KeptFrame& frame, uint32_t origin);
+
 // The store filled by the world seam in the interactive mode; null otherwise.
 extern FrameStore* kept_frames;
 

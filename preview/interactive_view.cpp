@@ -45,7 +45,11 @@ double now_seconds() {
 
 InteractiveView::InteractiveView(X11Window& window, FrameStore& store, ViewCamera& camera,
                                  FileWatch* watch)
-    : window_(window), store_(store), camera_(camera), watch_(watch) {
+    : window_(window),
+      store_(store),
+      camera_(camera),
+      watch_(watch),
+      cull_(window.width, window.height) {
     Display* d = window_.display;
     XSelectInput(d, window_.window, VIEW_EVENTS);
     protocols_atom_ = XInternAtom(d, "WM_PROTOCOLS", False);
@@ -243,25 +247,12 @@ void InteractiveView::pick(int x, int y) {
     const uint32_t origin =
         pick_kept_origin(shown(), camera_.projection(shown().view), x, y, PICK_RADIUS);
     if (origin != NO_ORIGIN) {
-        std::printf("%s\n", origin_text(origin).c_str());
+        std::printf("%s\n", origin_text(store_, shown(), origin).c_str());
         std::fflush(stdout);
     }
     if (origin == highlight_) return;
     highlight_ = origin;
     redraw();
-}
-
-std::string InteractiveView::origin_text(uint32_t origin) const {
-    const std::vector<KeptOrigin>& origins = shown().origins;
-    if (origin >= origins.size()) return "";
-    const KeptOrigin& o = origins[origin];
-    std::string text =
-        store_.name(o.file) + ":" + std::to_string(o.line) + ": " + store_.name(o.keyword);
-    for (uint32_t from = o.from; from < origins.size(); from = origins[from].from) {
-        text += " (from " + store_.name(origins[from].file) + ":" +
-                std::to_string(origins[from].line) + ")";
-    }
-    return text;
 }
 
 WorldPoint InteractiveView::pivot() const {
@@ -291,13 +282,13 @@ void InteractiveView::redraw() {
     const KeptFrame& frame = shown();
     const KeptProjection projection = camera_.projection(frame.view);
     sink.world_begin(frame.view.xres, frame.view.yres);
-    draw_kept_frame(frame, projection, sink);
+    draw_kept_frame(frame, projection, sink, &cull_);
     if (highlight_ != NO_ORIGIN) {
         Display* d = window_.display;
         sink.color(HIGHLIGHT_RGB);
         XSetLineAttributes(d, window_.foreground_gc, HIGHLIGHT_WIDTH, LineSolid, CapRound,
                            JoinRound);
-        draw_kept_frame(frame, projection, sink, highlight_, HIGHLIGHT_RGB);
+        draw_kept_frame(frame, projection, sink, nullptr, highlight_, HIGHLIGHT_RGB);
         // The colour change sends the highlighted lines before the width goes
         // back to the thin lines of the drawing.
         sink.color(HIGHLIGHT_RGB);

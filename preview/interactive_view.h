@@ -13,6 +13,7 @@
 #include <string>
 
 #include "preview/frame_store.h"
+#include "preview/kept_drawing.h"
 #include "preview/view_camera.h"
 
 class X11Window;
@@ -37,9 +38,6 @@ class InteractiveView {
     // Draws the frame shown through the camera into the window, the
     // highlighted request on top, and waits for the server to have drawn it.
     void redraw();
-    // The text a click prints for an origin of the frame shown: FILE:LINE:
-    // Request, then " (from FILE:LINE)" for each archive level.
-    std::string origin_text(uint32_t origin) const;
 
   private:
     enum class Step { GO_ON, END };
@@ -65,6 +63,7 @@ class InteractiveView {
     bool moved_ = false;
     ViewCamera start_;
     double first_change_ = -1.0, last_change_ = -1.0;  // of watched files
+    ThinLineCull cull_;
     unsigned long delete_atom_ = 0, protocols_atom_ = 0;
 };
 

@@ -19,7 +19,24 @@ constexpr double DEPTH_FLOOR = 0.1;
 // window, well inside an int.
 constexpr double RASTER_GUARD = double(1 << 24);
 
-// Makes the segments of one primitive after another into a buffer.
+// The most segments a primitive gives: a bound that needs no walk.
+size_t segments_at_most(const KeptPrimitive& p) {
+    switch (p.kind) {
+        case KeptKind::LATTICE:
+            return size_t(p.nv) * (2 * size_t(p.nu) + 1) + size_t(p.nu);
+        case KeptKind::CHAINS:
+            return p.index_count;
+        case KeptKind::EDGES:
+            return p.index_count / 2;
+        case KeptKind::MARKERS:
+            return 2 * size_t(p.point_count);
+    }
+    return 0;
+}
+
+// Makes the segments of one primitive after another. The buffers outlive
+// each call (one redraw after another), so that a redraw allocates nothing.
+// The store has checked every index against its primitive's points.
 class Segmenter {
   public:
     explicit Segmenter(const KeptProjection& projection)
@@ -27,12 +44,17 @@ class Segmenter {
                       projection.camera_identity ? nullptr : projection.camera),
           kept_(projection) {}
 
-    // The segments of p, in the drawing's order.
-    const std::vector<RasterSegment>& segments(const KeptFrame& frame, const KeptPrimitive& p) {
-        out_.clear();
+    // The segments of p, in the drawing's order; count receives how many.
+    RasterSegment* segments(const KeptFrame& frame, const KeptPrimitive& p, size_t* count) {
+        static std::vector<RasterPoint> raster_space;
+        static std::vector<RasterSegment> out_space;
+        if (raster_space.size() < p.point_count) raster_space.resize(p.point_count);
+        const size_t most = segments_at_most(p);
+        if (out_space.size() < most) out_space.resize(most);
+        raster_ = raster_space.data();
+        out_ = out_space.data();
         points_ = frame.points.data() + 3 * size_t(p.first_point);
-        raster_.resize(p.point_count);
-        projection_.rasterize_points(points_, p.point_count, raster_.data());
+        projection_.rasterize_points(points_, p.point_count, raster_);
         const uint32_t* index = frame.indices.data() + p.first_index;
         switch (p.kind) {
             case KeptKind::LATTICE:
@@ -45,36 +67,40 @@ class Segmenter {
                 for (uint32_t k = 0; k + 1 < p.index_count; k += 2) segment(index[k], index[k + 1]);
                 break;
             case KeptKind::MARKERS:
-                markers();
+                markers(p.point_count);
                 break;
         }
-        return out_;
+        *count = size_t(out_ - out_space.data());
+        return out_space.data();
     }
 
   private:
     void segment(uint32_t a, uint32_t b) {
-        if (a >= raster_.size() || b >= raster_.size()) return;
         const RasterPoint& ra = raster_[a];
         const RasterPoint& rb = raster_[b];
-        if (ra.drawn && rb.drawn) {
-            out_.push_back({ra.x, ra.y, rb.x, rb.y});
-            return;
+        if (ra.drawn & rb.drawn) {
+            *out_++ = {ra.x, ra.y, rb.x, rb.y};
+        } else if (kept_.clip) {
+            cut(a, b);
         }
-        RasterSegment cut;
-        if (kept_.clip &&
-            clip_kept_segment(points_ + 3 * size_t(a), points_ + 3 * size_t(b), kept_, &cut)) {
-            // An end that is drawn lies between the clipping planes, so the
-            // cut leaves it where it was: it keeps its raster point.
-            if (ra.drawn) {
-                cut.x0 = ra.x;
-                cut.y0 = ra.y;
-            }
-            if (rb.drawn) {
-                cut.x1 = rb.x;
-                cut.y1 = rb.y;
-            }
-            out_.push_back(cut);
+    }
+
+    // An end that is drawn lies between the clipping planes, so the cut
+    // leaves it where it was: it keeps its raster point.
+    void cut(uint32_t a, uint32_t b) {
+        RasterSegment s;
+        if (!clip_kept_segment(points_ + 3 * size_t(a), points_ + 3 * size_t(b), kept_, &s)) return;
+        const RasterPoint& ra = raster_[a];
+        const RasterPoint& rb = raster_[b];
+        if (ra.drawn) {
+            s.x0 = ra.x;
+            s.y0 = ra.y;
         }
+        if (rb.drawn) {
+            s.x1 = rb.x;
+            s.y1 = rb.y;
+        }
+        *out_++ = s;
     }
 
     void lattice(int nu, int nv) {
@@ -96,26 +122,26 @@ class Segmenter {
             const uint32_t n = *index & ~CHAIN_CLOSED;
             const bool closed = (*index & CHAIN_CLOSED) != 0;
             ++index;
-            if (n > uint32_t(end - index)) return;
             for (uint32_t k = 1; k < n; ++k) segment(index[k - 1], index[k]);
             if (closed && n > 0) segment(index[n - 1], index[0]);
             index += n;
         }
     }
 
-    void markers() {
-        for (const RasterPoint& r : raster_) {
+    void markers(size_t count) {
+        for (size_t k = 0; k < count; ++k) {
+            const RasterPoint& r = raster_[k];
             if (!r.drawn) continue;
-            out_.push_back({r.x - CROSS_ARM, r.y, r.x + CROSS_ARM, r.y});
-            out_.push_back({r.x, r.y - CROSS_ARM, r.x, r.y + CROSS_ARM});
+            *out_++ = {r.x - CROSS_ARM, r.y, r.x + CROSS_ARM, r.y};
+            *out_++ = {r.x, r.y - CROSS_ARM, r.x, r.y + CROSS_ARM};
         }
     }
 
     const ScreenProjection projection_;
     const KeptProjection& kept_;
     const float* points_ = nullptr;
-    std::vector<RasterPoint> raster_;
-    std::vector<RasterSegment> out_;
+    RasterPoint* raster_ = nullptr;
+    RasterSegment* out_ = nullptr;
 };
 
 // Liang-Barsky: narrows [t0, t1] to where p t <= q; false when empty.
@@ -213,19 +239,59 @@ bool clip_kept_segment(const float* a, const float* b, const KeptProjection& pro
     return true;
 }
 
+ThinLineCull::ThinLineCull(int width, int height)
+    : width_(std::max(width, 0)),
+      height_(std::max(height, 0)),
+      stamp_(size_t(width_) * size_t(height_)) {}
+
+// Stamps of older runs are all below 2 run; the stamps are cleared when the
+// run number comes round again.
+void ThinLineCull::new_run() {
+    if (++run_ < 0x7fffffffu) return;
+    std::fill(stamp_.begin(), stamp_.end(), 0u);
+    run_ = 1;
+}
+
+size_t ThinLineCull::cull(RasterSegment* s, size_t count) {
+    const auto w = unsigned(width_), h = unsigned(height_);
+    const uint32_t drawn = 2 * run_ + 1, dot = 2 * run_;
+    size_t kept = 0;
+    for (size_t k = 0; k < count; ++k) {
+        const RasterSegment t = s[k];
+        if (unsigned(t.x1 - t.x0 + 1) <= 2 && unsigned(t.y1 - t.y0 + 1) <= 2 &&
+            unsigned(t.x0) < w && unsigned(t.y0) < h && unsigned(t.x1) < w && unsigned(t.y1) < h) {
+            uint32_t& a = stamp_[size_t(t.y0) * w + unsigned(t.x0)];
+            uint32_t& b = stamp_[size_t(t.y1) * w + unsigned(t.x1)];
+            if (&a == &b) {
+                if (a >= dot) continue;
+                a = dot;
+            } else {
+                if (a == drawn && b == drawn) continue;
+                a = b = drawn;
+            }
+        }
+        s[kept++] = t;
+    }
+    return kept;
+}
+
 void draw_kept_frame(const KeptFrame& frame, const KeptProjection& projection, LineSink& sink,
-                     uint32_t only, const float* only_rgb) {
+                     ThinLineCull* cull, uint32_t only, const float* only_rgb) {
     Segmenter segmenter(projection);
     uint32_t colour = NO_ORIGIN;
+    if (cull != nullptr) cull->new_run();
     if (only != NO_ORIGIN && only_rgb != nullptr) sink.color(only_rgb);
     for (const KeptPrimitive& p : frame.primitives) {
         if (only != NO_ORIGIN && p.origin != only) continue;
         if (only == NO_ORIGIN && p.colour != colour && p.colour < frame.colours.size()) {
             colour = p.colour;
             sink.color(frame.colours[colour].data());
+            if (cull != nullptr) cull->new_run();
         }
-        const std::vector<RasterSegment>& s = segmenter.segments(frame, p);
-        if (!s.empty()) sink.segments(s.data(), s.size());
+        size_t count;
+        RasterSegment* s = segmenter.segments(frame, p, &count);
+        if (cull != nullptr) count = cull->cull(s, count);
+        if (count > 0) sink.segments(s, count);
     }
 }
 
@@ -235,8 +301,10 @@ uint32_t pick_kept_origin(const KeptFrame& frame, const KeptProjection& projecti
     double best = radius * radius;
     uint32_t found = NO_ORIGIN;
     for (const KeptPrimitive& p : frame.primitives) {
-        for (const RasterSegment& s : segmenter.segments(frame, p)) {
-            const double d = squared_distance(x, y, s);
+        size_t count;
+        const RasterSegment* s = segmenter.segments(frame, p, &count);
+        for (size_t k = 0; k < count; ++k) {
+            const double d = squared_distance(x, y, s[k]);
             if (d <= best) {
                 best = d;
                 found = p.origin;

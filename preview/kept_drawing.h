@@ -5,6 +5,7 @@
 #define TRACERY_PREVIEW_KEPT_DRAWING_H
 
 #include <cstdint>
+#include <vector>
 
 #include "preview/frame_store.h"
 #include "preview/line_sink.h"
@@ -25,14 +26,43 @@ struct KeptProjection {
     bool clip;
 };
 
+// Leaves out of a redraw in thin lines the segments that cannot change a
+// pixel, exactly, on any X server: a segment whose ends are the same pixel
+// or neighbouring pixels draws no pixel but its ends (a thin line's end is
+// drawn unless the cap style is CapNotLast; a line of no length draws at most
+// its one pixel). So within one run of one colour such a segment is left out
+// when each of its ends has been drawn by a neighbour segment of the run,
+// and a segment of no length also when it repeats one already sent. A
+// drawing of a dense frame is mostly such segments. Longer lines are all
+// sent: which pixels they cover is the server's business.
+class ThinLineCull {
+  public:
+    ThinLineCull(int width, int height);
+    // The colour changes (or a new picture begins): a new run.
+    void new_run();
+    // Removes the segments that cannot change a pixel from s (in place,
+    // keeping the order); returns how many remain.
+    size_t cull(RasterSegment* s, size_t count);
+
+  private:
+    int width_, height_;
+    uint32_t run_ = 0;
+    // Per pixel: 2 run + 1 when a neighbour segment of the run drew it,
+    // 2 run when only a segment of no length was sent there in the run.
+    std::vector<uint32_t> stamp_;
+};
+
 // The projection of the frame through its own camera.
 KeptProjection scene_projection(const KeptView& view);
 
 // Hands the frame's segments to sink, each primitive's in its colour (the
-// caller begins and ends the sink's world). With only given, only the
-// primitives of that origin are drawn, all in the colour only_rgb.
+// caller begins and ends the sink's world), through cull when given (the
+// sink then draws thin lines into a picture of the cull's size). With only
+// given, only the primitives of that origin are drawn, all in the colour
+// only_rgb.
 void draw_kept_frame(const KeptFrame& frame, const KeptProjection& projection, LineSink& sink,
-                     uint32_t only = NO_ORIGIN, const float* only_rgb = nullptr);
+                     ThinLineCull* cull = nullptr, uint32_t only = NO_ORIGIN,
+                     const float* only_rgb = nullptr);
 
 // The origin of the primitive that draws the segment nearest the pixel (x,
 // y), if it passes within radius pixels of it; NO_ORIGIN otherwise.
