@@ -35,10 +35,16 @@ struct KeptProjection {
 // and a segment of no length also when it repeats one already sent. A
 // drawing of a dense frame is mostly such segments. Longer lines are all
 // sent: which pixels they cover is the server's business.
+// Looking a segment up costs a good part of what the server spends drawing
+// it, so only long runs are culled (a scene that changes colour at every
+// small primitive gains nothing), and a picture in which the cull leaves out
+// less than a fifth is followed by a few without it before it is tried again.
 class ThinLineCull {
   public:
     ThinLineCull(int width, int height);
-    // The colour changes (or a new picture begins): a new run.
+    // A new picture begins (a new run).
+    void new_picture();
+    // The colour changes: a new run.
     void new_run();
     // Removes the segments that cannot change a pixel from s (in place,
     // keeping the order); returns how many remain.
@@ -46,10 +52,15 @@ class ThinLineCull {
 
   private:
     int width_, height_;
-    uint32_t run_ = 0;
-    // Per pixel: 2 run + 1 when a neighbour segment of the run drew it,
-    // 2 run when only a segment of no length was sent there in the run.
-    std::vector<uint32_t> stamp_;
+    size_t run_length_ = 0;   // segments of the run so far
+    unsigned stamp_run_ = 0;  // the stamps' number of the run (0: none yet)
+    unsigned last_stamp_run_ = 0;
+    bool worthwhile_ = true;
+    int pictures_without_ = 0;
+    size_t tried_ = 0, left_out_ = 0;  // segments of the picture
+    // Per pixel: 2 r + 1 when a neighbour segment of stamped run r drew it,
+    // 2 r when only a segment of no length was sent there in run r.
+    std::vector<uint8_t> stamp_;
 };
 
 // The projection of the frame through its own camera.

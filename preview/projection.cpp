@@ -144,6 +144,28 @@ __m128 ceil_lanes(__m128 v) {
     return _mm_or_ps(_mm_and_ps(fractional, ceiling), _mm_andnot_ps(fractional, v));
 }
 
+// The coordinates of four points as lanes. Points stored one after another
+// (as kept points and mesh vertices are) are read in three loads.
+Lanes load_lanes(const float* const p[4]) {
+    if (p[1] == p[0] + 3 && p[2] == p[0] + 6 && p[3] == p[0] + 9) {
+        const __m128 a = _mm_loadu_ps(p[0]);      // x0 y0 z0 x1
+        const __m128 b = _mm_loadu_ps(p[0] + 4);  // y1 z1 x2 y2
+        const __m128 c = _mm_loadu_ps(p[0] + 8);  // z2 x3 y3 z3
+        const __m128 x = _mm_shuffle_ps(a, _mm_shuffle_ps(b, c, _MM_SHUFFLE(1, 1, 2, 2)),
+                                        _MM_SHUFFLE(2, 0, 3, 0));
+        const __m128 y =
+            _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(0, 0, 1, 1)),
+                           _mm_shuffle_ps(b, c, _MM_SHUFFLE(2, 2, 3, 3)), _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 z =
+            _mm_shuffle_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 1, 2, 2)),
+                           _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 0, 0)), _MM_SHUFFLE(2, 0, 2, 0));
+        return {x, y, z};
+    }
+    return {_mm_set_ps(p[3][0], p[2][0], p[1][0], p[0][0]),
+            _mm_set_ps(p[3][1], p[2][1], p[1][1], p[0][1]),
+            _mm_set_ps(p[3][2], p[2][2], p[1][2], p[0][2])};
+}
+
 __m128 select_lanes(__m128 mask, __m128 when_set, __m128 otherwise) {
     return _mm_or_ps(_mm_and_ps(mask, when_set), _mm_andnot_ps(mask, otherwise));
 }
@@ -173,9 +195,7 @@ void raster_four(__m128 x, __m128 y, __m128 visible, RasterPoint* raster) {
 void ScreenProjection::project_four(const float* const p[4], float* const out[4],
                                     RasterPoint* raster) const {
     const ScreenMapping& o = mapping_;
-    Lanes in = {_mm_set_ps(p[3][0], p[2][0], p[1][0], p[0][0]),
-                _mm_set_ps(p[3][1], p[2][1], p[1][1], p[0][1]),
-                _mm_set_ps(p[3][2], p[2][2], p[1][2], p[0][2])};
+    const Lanes in = load_lanes(p);
     const Lanes c = affine_lanes(camera_, affine_lanes(object_, in));
     const __m128 z = c.z;
     __m128 rejected = _mm_or_ps(_mm_cmplt_ps(z, _mm_set1_ps(o.near_clip)),
