@@ -17,6 +17,11 @@ size_t capacity_bytes(const std::vector<T>& v) {
     return v.capacity() * sizeof(T);
 }
 
+template <typename T>
+size_t capacity_bytes(const KeptArray<T>& v) {
+    return v.capacity_bytes();
+}
+
 // Segments of one lattice, as draw_object draws them.
 size_t lattice_segments(int nu, int nv) {
     return size_t(nv) * (2 * size_t(nu) + 1) + size_t(nu);
@@ -163,9 +168,9 @@ void FrameStore::world_begin(const KeptView& view, const char* file) {
 void FrameStore::world_end() {
     if (!recording_) return;
     recording_ = false;
-    target_->points.shrink_to_fit();
-    target_->indices.shrink_to_fit();
-    target_->primitives.shrink_to_fit();
+    target_->points.shrink();
+    target_->indices.shrink();
+    target_->primitives.shrink();
     keep_within_budget(size_t(target_ - frames_.data()));
     target_ = nullptr;
 }
@@ -175,9 +180,9 @@ void FrameStore::keep_within_budget(size_t keep) {
         if (k == keep || frames_[k].dropped) continue;
         KeptFrame& f = frames_[k];
         f.dropped = true;
-        std::vector<float>().swap(f.points);
-        std::vector<uint32_t>().swap(f.indices);
-        std::vector<KeptPrimitive>().swap(f.primitives);
+        f.points = KeptArray<float>();
+        f.indices = KeptArray<uint32_t>();
+        f.primitives = KeptArray<KeptPrimitive>();
         std::vector<std::array<float, 3>>().swap(f.colours);
         std::vector<KeptOrigin>().swap(f.origins);
     }
@@ -227,7 +232,7 @@ void FrameStore::begin_primitive(KeptKind kind, const float rgb[3]) {
 }
 
 float* FrameStore::add_points(size_t n) {
-    std::vector<float>& points = target_->points;
+    KeptArray<float>& points = target_->points;
     const size_t at = points.size();
     points.resize(at + 3 * n);
     return points.data() + at;
@@ -238,7 +243,7 @@ size_t FrameStore::primitive_points() const {
 }
 
 uint32_t* FrameStore::add_indices(size_t n) {
-    std::vector<uint32_t>& indices = target_->indices;
+    KeptArray<uint32_t>& indices = target_->indices;
     const size_t at = indices.size();
     indices.resize(at + n);
     return indices.data() + at;

@@ -10,6 +10,11 @@
 // primitive costs one 28-byte record besides, and each colour and request
 // one small entry.
 //
+// The large arrays grow with realloc, which for large blocks moves pages
+// rather than copying them, and leaves the room not yet written untouched:
+// a frame costs about what it holds even while it grows (a vector's growth
+// by copying would need up to three times that for a moment).
+//
 // Memory is bounded: when the kept frames pass the budget, the oldest frames
 // give up their geometry (keeping their camera and title) and are read again
 // from their files when they are shown. The frame being kept is never given
@@ -17,14 +22,90 @@
 #ifndef TRACERY_PREVIEW_FRAME_STORE_H
 #define TRACERY_PREVIEW_FRAME_STORE_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <type_traits>
+#include <utility>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "preview/projection.h"
+
+// An array of trivially copyable elements that grows in place with realloc.
+// Throws std::bad_alloc when memory runs out.
+template <typename T>
+class KeptArray {
+    static_assert(std::is_trivially_copyable_v<T>, "KeptArray moves its elements as bytes");
+
+  public:
+    KeptArray() = default;
+    KeptArray(const KeptArray&) = delete;
+    KeptArray& operator=(const KeptArray&) = delete;
+    KeptArray(KeptArray&& other) noexcept { swap(other); }
+    KeptArray& operator=(KeptArray&& other) noexcept {
+        KeptArray gone;
+        gone.swap(other);
+        swap(gone);
+        return *this;
+    }
+    ~KeptArray() { std::free(data_); }
+
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    size_t capacity_bytes() const { return capacity_ * sizeof(T); }
+    T* data() { return data_; }
+    const T* data() const { return data_; }
+    T& operator[](size_t k) { return data_[k]; }
+    const T& operator[](size_t k) const { return data_[k]; }
+    T& back() { return data_[size_ - 1]; }
+    const T* begin() const { return data_; }
+    const T* end() const { return data_ + size_; }
+
+    // Grows (by half again at least) or shrinks the size; new elements are
+    // not initialised.
+    void resize(size_t n) {
+        if (n > capacity_) reserve(std::max(n, capacity_ + capacity_ / 2 + 16));
+        size_ = n;
+    }
+    void push_back(const T& value) {
+        resize(size_ + 1);
+        data_[size_ - 1] = value;
+    }
+    void pop_back() { --size_; }
+    // Gives back the room beyond the size.
+    void shrink() {
+        if (capacity_ > size_) reserve_exactly(size_);
+    }
+
+  private:
+    void reserve(size_t n) { reserve_exactly(n); }
+    void reserve_exactly(size_t n) {
+        if (n == 0) {
+            std::free(data_);
+            data_ = nullptr;
+            capacity_ = 0;
+            return;
+        }
+        if (n > std::numeric_limits<size_t>::max() / sizeof(T)) throw std::bad_alloc();
+        void* grown = std::realloc(data_, n * sizeof(T));
+        if (grown == nullptr) throw std::bad_alloc();
+        data_ = static_cast<T*>(grown);
+        capacity_ = n;
+    }
+    void swap(KeptArray& other) noexcept {
+        std::swap(data_, other.data_);
+        std::swap(size_, other.size_);
+        std::swap(capacity_, other.capacity_);
+    }
+    T* data_ = nullptr;
+    size_t size_ = 0, capacity_ = 0;
+};
 
 // The camera and screen mapping of one world block, as its projection used
 // them, and what printing its camera as RIB needs besides.
@@ -68,11 +149,11 @@ struct KeptOrigin {
 
 struct KeptFrame {
     KeptView view;
-    uint32_t file = 0;          // the file named on the command line it was read in
-    bool dropped = false;       // geometry given up; read again when shown
-    std::vector<float> points;  // x, y, z in world space
-    std::vector<uint32_t> indices;
-    std::vector<KeptPrimitive> primitives;
+    uint32_t file = 0;        // the file named on the command line it was read in
+    bool dropped = false;     // geometry given up; read again when shown
+    KeptArray<float> points;  // x, y, z in world space
+    KeptArray<uint32_t> indices;
+    KeptArray<KeptPrimitive> primitives;
     std::vector<std::array<float, 3>> colours;
     std::vector<KeptOrigin> origins;
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -19,40 +21,33 @@ constexpr double DEPTH_FLOOR = 0.1;
 // window, well inside an int.
 constexpr double RASTER_GUARD = double(1 << 24);
 
-// The most segments a primitive gives: a bound that needs no walk.
-size_t segments_at_most(const KeptPrimitive& p) {
-    switch (p.kind) {
-        case KeptKind::LATTICE:
-            return size_t(p.nv) * (2 * size_t(p.nu) + 1) + size_t(p.nu);
-        case KeptKind::CHAINS:
-            return p.index_count;
-        case KeptKind::EDGES:
-            return p.index_count / 2;
-        case KeptKind::MARKERS:
-            return 2 * size_t(p.point_count);
-    }
-    return 0;
-}
+// Segments are handed on in batches of this many.
+constexpr size_t SEGMENT_BATCH = 32768;
 
-// Makes the segments of one primitive after another. The buffers outlive
-// each call (one redraw after another), so that a redraw allocates nothing.
-// The store has checked every index against its primitive's points.
+// Makes the segments of one primitive after another and hands them to emit
+// in batches (a primitive may give millions). The buffers outlive each call
+// (one redraw after another), so that a redraw allocates nothing. The store
+// has checked every index against its primitive's points.
 class Segmenter {
   public:
-    explicit Segmenter(const KeptProjection& projection)
+    using Emit = std::function<void(RasterSegment*, size_t)>;
+    Segmenter(const KeptProjection& projection, Emit emit)
         : projection_(projection.mapping, nullptr,
                       projection.camera_identity ? nullptr : projection.camera),
-          kept_(projection) {}
+          kept_(projection),
+          emit_(std::move(emit)) {
+        static std::vector<RasterSegment> batch(SEGMENT_BATCH);
+        batch_ = batch.data();
+        out_ = batch_;
+        // A marker gives two segments at once.
+        full_ = batch_ + SEGMENT_BATCH - 1;
+    }
 
-    // The segments of p, in the drawing's order; count receives how many.
-    RasterSegment* segments(const KeptFrame& frame, const KeptPrimitive& p, size_t* count) {
+    // Emits the segments of p, in the drawing's order.
+    void segments(const KeptFrame& frame, const KeptPrimitive& p) {
         static std::vector<RasterPoint> raster_space;
-        static std::vector<RasterSegment> out_space;
         if (raster_space.size() < p.point_count) raster_space.resize(p.point_count);
-        const size_t most = segments_at_most(p);
-        if (out_space.size() < most) out_space.resize(most);
         raster_ = raster_space.data();
-        out_ = out_space.data();
         points_ = frame.points.data() + 3 * size_t(p.first_point);
         projection_.rasterize_points(points_, p.point_count, raster_);
         const uint32_t* index = frame.indices.data() + p.first_index;
@@ -70,16 +65,25 @@ class Segmenter {
                 markers(p.point_count);
                 break;
         }
-        *count = size_t(out_ - out_space.data());
-        return out_space.data();
+        flush();
     }
 
   private:
+    void flush() {
+        if (out_ > batch_) emit_(batch_, size_t(out_ - batch_));
+        out_ = batch_;
+    }
+
+    void add(const RasterSegment& s) {
+        *out_++ = s;
+        if (out_ >= full_) flush();
+    }
+
     void segment(uint32_t a, uint32_t b) {
         const RasterPoint& ra = raster_[a];
         const RasterPoint& rb = raster_[b];
         if (ra.drawn & rb.drawn) {
-            *out_++ = {ra.x, ra.y, rb.x, rb.y};
+            add({ra.x, ra.y, rb.x, rb.y});
         } else if (kept_.clip) {
             cut(a, b);
         }
@@ -100,7 +104,7 @@ class Segmenter {
             s.x1 = rb.x;
             s.y1 = rb.y;
         }
-        *out_++ = s;
+        add(s);
     }
 
     void lattice(int nu, int nv) {
@@ -133,15 +137,18 @@ class Segmenter {
             const RasterPoint& r = raster_[k];
             if (!r.drawn) continue;
             *out_++ = {r.x - CROSS_ARM, r.y, r.x + CROSS_ARM, r.y};
-            *out_++ = {r.x, r.y - CROSS_ARM, r.x, r.y + CROSS_ARM};
+            add({r.x, r.y - CROSS_ARM, r.x, r.y + CROSS_ARM});
         }
     }
 
     const ScreenProjection projection_;
     const KeptProjection& kept_;
+    const Emit emit_;
     const float* points_ = nullptr;
     RasterPoint* raster_ = nullptr;
+    RasterSegment* batch_ = nullptr;
     RasterSegment* out_ = nullptr;
+    RasterSegment* full_ = nullptr;
 };
 
 // Liang-Barsky: narrows [t0, t1] to where p t <= q; false when empty.
@@ -312,7 +319,10 @@ size_t ThinLineCull::cull(RasterSegment* s, size_t count) {
 
 void draw_kept_frame(const KeptFrame& frame, const KeptProjection& projection, LineSink& sink,
                      ThinLineCull* cull, uint32_t only, const float* only_rgb) {
-    Segmenter segmenter(projection);
+    Segmenter segmenter(projection, [&sink, cull](RasterSegment* s, size_t count) {
+        if (cull != nullptr) count = cull->cull(s, count);
+        if (count > 0) sink.segments(s, count);
+    });
     uint32_t colour = NO_ORIGIN;
     if (cull != nullptr) cull->new_picture();
     if (only != NO_ORIGIN && only_rgb != nullptr) sink.color(only_rgb);
@@ -323,28 +333,26 @@ void draw_kept_frame(const KeptFrame& frame, const KeptProjection& projection, L
             sink.color(frame.colours[colour].data());
             if (cull != nullptr) cull->new_run();
         }
-        size_t count;
-        RasterSegment* s = segmenter.segments(frame, p, &count);
-        if (cull != nullptr) count = cull->cull(s, count);
-        if (count > 0) sink.segments(s, count);
+        segmenter.segments(frame, p);
     }
 }
 
 uint32_t pick_kept_origin(const KeptFrame& frame, const KeptProjection& projection, int x, int y,
                           double radius) {
-    Segmenter segmenter(projection);
     double best = radius * radius;
-    uint32_t found = NO_ORIGIN;
-    for (const KeptPrimitive& p : frame.primitives) {
-        size_t count;
-        const RasterSegment* s = segmenter.segments(frame, p, &count);
+    uint32_t found = NO_ORIGIN, origin = NO_ORIGIN;
+    Segmenter segmenter(projection, [&](RasterSegment* s, size_t count) {
         for (size_t k = 0; k < count; ++k) {
             const double d = squared_distance(x, y, s[k]);
             if (d <= best) {
                 best = d;
-                found = p.origin;
+                found = origin;
             }
         }
+    });
+    for (const KeptPrimitive& p : frame.primitives) {
+        origin = p.origin;
+        segmenter.segments(frame, p);
     }
     return found;
 }
