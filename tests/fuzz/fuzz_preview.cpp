@@ -6,8 +6,10 @@
 // diced RIB or triangle dump (to standard output, which the fuzzer closes).
 // No X display is opened (the window is the one output left out: opening a
 // display per input would measure the X server); the sinks the window would
-// have opened are added to the previewer directly. Inputs are taken up to
-// 1 MB.
+// have opened are added to the previewer directly. Every frame is also kept,
+// as the interactive window (-i) keeps it, and drawn again through its own
+// camera and through a free camera turned, moved in and cut at the eye
+// plane, and a click is looked up in it. Inputs are taken up to 1 MB.
 //
 // The error handlers stay live: an input may install "print", "abort" or
 // "ignore" through its ErrorHandler requests, as in the program. Those
@@ -29,7 +31,10 @@
 #include <vector>
 
 #include "driver/globals.h"
+#include "preview/frame_store.h"
+#include "preview/kept_drawing.h"
 #include "preview/picture_sink.h"
+#include "preview/view_camera.h"
 #include "preview/postscript.h"
 #include "preview/x11_previewer.h"
 #include "ri/renderer.h"
@@ -68,6 +73,37 @@ void add_outputs() {
     for (auto& sink : make_picture_sinks()) p->add_sink(std::move(sink));
 }
 
+// Lines drawn again go nowhere.
+class NullSink : public LineSink {
+  public:
+    void segment(int, int, int, int) override {}
+};
+
+// What the interactive window does with the kept frames, without a window.
+void draw_kept_frames(const FrameStore& store) {
+    NullSink sink;
+    for (size_t k = 0; k < store.frame_count(); ++k) {
+        const KeptFrame& frame = store.frame(k);
+        if (frame.dropped) continue;
+        ThinLineCull cull(frame.view.xres % 4096, frame.view.yres % 4096);
+        draw_kept_frame(frame, scene_projection(frame.view), sink, &cull);
+        float min[3], max[3];
+        if (!frame.bound(min, max)) continue;
+        const WorldPoint pivot = {(min[0] + max[0]) / 2.0, (min[1] + max[1]) / 2.0,
+                                  (min[2] + max[2]) / 2.0};
+        ViewCamera camera;
+        camera.orbit(ViewCamera(), frame.view, pivot, 70.0, -30.0);
+        camera.zoom(frame.view, pivot, 12);
+        camera.pan(frame.view, pivot, 5.0, -3.0);
+        draw_kept_frame(frame, camera.projection(frame.view), sink, &cull);
+        const uint32_t origin = pick_kept_origin(frame, camera.projection(frame.view),
+                                                 frame.view.xres / 2, frame.view.yres / 2, 4.0);
+        origin_text(store, frame, origin);
+        camera.frame_all(frame.view, {min[0], min[1], min[2]}, {max[0], max[1], max[2]});
+        camera.rib(frame.view);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -84,6 +120,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     reset_error_state();
     RiErrorHandler(RiErrorPrint);
     set_options(size);
+    FrameStore store(size_t(64) << 20);
+    kept_frames = &store;
     RiBegin(nullptr);
     add_outputs();
     FILE* stream = fmemopen(input.data(), input.size(), "r");
@@ -93,6 +131,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::fclose(stream);
     }
     RiEnd();
+    store.end_reading();
+    kept_frames = nullptr;
+    draw_kept_frames(store);
     reset_interface_state();
     release_rib_tables();
     return 0;
