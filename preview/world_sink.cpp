@@ -170,6 +170,7 @@ void KeptLoops::loop(const int* verts, int n) {
 
 KeptPolylines::KeptPolylines() : on_(false) {
     if (!keeping_geometry()) return;
+    to_world_ = point_matrix_at(curxform, sample_time, matrix_);
     try {
         kept_frames->begin_primitive(KeptKind::CHAINS, drawing_colour());
         on_ = true;
@@ -185,7 +186,7 @@ KeptPolylines::~KeptPolylines() {
 void KeptPolylines::point(const float p[3]) {
     if (!on_) return;
     try {
-        add_points(*kept_frames, p, 1);
+        transform_point_by(to_world_, p, kept_frames->add_points(1));
     } catch (const std::bad_alloc&) {
         on_ = false;
         out_of_memory();

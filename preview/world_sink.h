@@ -88,6 +88,9 @@ class KeptPolylines {
   private:
     bool on_;
     size_t first_ = 0;
+    // The current transformation at the sample time (null: the identity).
+    float matrix_[4][4];
+    const float (*to_world_)[4] = nullptr;
 };
 
 #endif  // TRACERY_PREVIEW_WORLD_SINK_H
