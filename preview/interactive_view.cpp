@@ -3,7 +3,6 @@
 // picking, the title, and the wait for edits of the files read.
 #include "preview/interactive_view.h"
 
-#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/keysym.h>
 #include <poll.h>
@@ -56,9 +55,12 @@ InteractiveView::InteractiveView(X11Window& window, FrameStore& store, ViewCamer
     delete_atom_ = XInternAtom(d, "WM_DELETE_WINDOW", False);
 }
 
+// The frames may have been read again since the last run: a highlight
+// would name an origin of the old reading.
 ViewEnd InteractiveView::run(size_t* frame) {
     first_change_ = last_change_ = -1.0;
     button_ = 0;
+    highlight_ = NO_ORIGIN;
     if (store_.frame_count() > 0) {
         frame_ = std::min(*frame, store_.frame_count() - 1);
         if (shown().dropped) {

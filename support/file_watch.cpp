@@ -33,22 +33,18 @@ FileWatch::~FileWatch() {
     if (fd_ >= 0) close(fd_);
 }
 
+// Watches are never taken off: an edit made while the files were read
+// again is queued on them, and must still count. Adding a folder watched
+// already gives its watch back.
 void FileWatch::watch(const std::vector<std::string>& files) {
     if (fd_ < 0) return;
-    for (const auto& folder : folders_) inotify_rm_watch(fd_, folder.second);
-    folders_.clear();
     names_.clear();
     for (const std::string& file : files) {
         std::string folder, base;
         split_name(file, &folder, &base);
         if (base.empty()) continue;
-        auto found = folders_.find(folder);
-        if (found == folders_.end()) {
-            const int wd = inotify_add_watch(fd_, folder.c_str(), FOLDER_EVENTS);
-            if (wd < 0) continue;
-            found = folders_.emplace(folder, wd).first;
-        }
-        names_[found->second].insert(base);
+        const int wd = inotify_add_watch(fd_, folder.c_str(), FOLDER_EVENTS);
+        if (wd >= 0) names_[wd].insert(base);
     }
 }
 
