@@ -16,6 +16,7 @@
 #include "support/error.h"
 #include "support/handles.h"
 #include "support/memory.h"
+#include "support/report_output.h"
 
 namespace {
 
@@ -483,7 +484,7 @@ RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPoint
         RMError(RIE_NOFILE, RIE_WARNING, name);
         return;
     }
-    if (drawing_on == 0) return;
+    if (drawing_on == 0 || RIBparse_reading_stopped()) return;
     if (!within_nested_budget(name, recorded, found.data())) return;
     if (archive_depth >= RIB_ARCHIVE_DEPTH_MAX) {
         if (!nested_depth_reported) {
@@ -492,6 +493,14 @@ RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPoint
         nested_depth_reported = true;
         return;
     }
+    // Reports made inside the archive carry, beside their own position, the
+    // name and line of the request that read it: the line of its keyword
+    // (ReadArchive, or Procedural/Procedural2 for a delayed archive) in the
+    // stream being read, as reports name that stream (an inline archive
+    // being replayed is named by its file and archive name, with its
+    // file's lines). A call made outside any stream adds no level.
+    const bool chained = RIB_lineno > 0;
+    if (chained) enter_archive_read(RIB_filename, rib_request_line);
     RibStreamState saved;
     int echo = RIB_echo;
     RIBparse_save_state(&saved);
@@ -504,6 +513,7 @@ RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPoint
     --archive_depth;
     RIBparse_restore_state(&saved);
     RIB_echo = echo;
+    if (chained) leave_archive_read();
 }
 
 void release_rib_tables() {
