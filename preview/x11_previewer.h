@@ -55,6 +55,9 @@ class X11VectorPreviewer : public PreviewRenderer {
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
 
+    // Whether any output (sink) takes the segments drawn.
+    bool has_outputs() const { return !sinks_.empty(); }
+
     // Adds an output for every later segment. The sink is told the colour of
     // the last RiColor at once, and world_begin when a world block is open.
     void add_sink(std::unique_ptr<LineSink> sink);
