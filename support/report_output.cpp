@@ -79,6 +79,8 @@ void append_json_chain(std::string& out) {
     out += ']';
 }
 
+// One report as a JSON object, left open (no closing brace) so that the
+// caller may add fields.
 std::string json_report(int code, const char* severity, const char* name, const char* message,
                         size_t message_length, bool with_position) {
     std::string out;
@@ -228,9 +230,9 @@ void write_reports_not_shown() {
     if (counts.not_shown == 0 || not_shown_written) return;
     not_shown_written = true;
     const long n = counts.not_shown;
-    write_program_line(std::to_string(n) + (n == 1 ? " more report" : " more reports") +
-                           " not shown",
-                       {{"not_shown", n}});
+    write_program_line(
+        std::to_string(n) + (n == 1 ? " more report" : " more reports") + " not shown",
+        {{"not_shown", n}});
 }
 
 void enter_archive_read(const char* file, int line) {

@@ -138,7 +138,8 @@ TEST(JsonStringTest, EscapesWhatJsonNeedsAndEachByteThatIsNotUtf8) {
               "\"\\n\\t\\r\\u0001\\u001f\x7f\\u0000\"");
     // Valid sequences of two, three and four bytes pass as they are, at the
     // edges of their ranges too.
-    const std::string valid = "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x99\x82 \xed\x9f\xbf \xf4\x8f\xbf\xbf";
+    const std::string valid =
+        "\xc3\xa9 \xe2\x82\xac \xf0\x9f\x99\x82 \xed\x9f\xbf \xf4\x8f\xbf\xbf";
     EXPECT_EQ(json(valid), "\"" + valid + "\"");
     // Stray continuation bytes, overlong forms, surrogates, code points past
     // U+10FFFF, bytes that never start a sequence and a sequence cut short:
@@ -206,8 +207,9 @@ TEST_F(ReportOutputTest, LimitCountsReportsAndNotesAndShowsAReportThatEndsThePro
     EXPECT_EQ(report_counts().by_severity[RIE_ERROR], 2);
     EXPECT_EQ(report_counts().by_severity[RIE_WARNING], 1);
     EXPECT_EQ(report_counts().notes, 1);
-    EXPECT_EXIT(RiErrorAbort(RIE_BADHANDLE, RIE_ERROR, "ends"), testing::ExitedWithCode(255),
-                "ERROR: in.rib \\(4\\): Bad handle\n    --> ends\ntracery: 2 more reports not shown\n");
+    EXPECT_EXIT(
+        RiErrorAbort(RIE_BADHANDLE, RIE_ERROR, "ends"), testing::ExitedWithCode(255),
+        "ERROR: in.rib \\(4\\): Bad handle\n    --> ends\ntracery: 2 more reports not shown\n");
     testing::internal::CaptureStderr();
     write_reports_not_shown();
     write_reports_not_shown();
