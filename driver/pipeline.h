@@ -13,7 +13,11 @@ int apply_pipeline_option(int argc, char** argv, int i);
 // first file name in argv (argc: standard input). Each file is read by an
 // interface of its own and the interface is ended after it. Writes the
 // summary line and returns the exit status: 0 without errors, 1 when any
-// report was an error or worse, 2 when a named file could not be opened.
+// report was an error or worse, 2 when a named file could not be opened
+// (missing, unreadable, a directory or a device), whatever else was reported.
+// A report that would end the program ends the reading of its file instead.
+// The start-up file for the first file is read before the options, so a
+// severe report there still ends the program (status 255), as without -check.
 int check_files(int argc, char** argv, int first_file);
 
 #endif  // TRACERY_DRIVER_PIPELINE_H
