@@ -187,8 +187,11 @@ CompressedInput* compressed_open(int fd, FILE* f, const char* name) {
     return in;
 }
 
-int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity) {
-    if (!in || capacity < 2) return 0;
+namespace {
+
+long long bytes_delivered = 0;
+
+int read_content(CompressedInput* in, unsigned char* buffer, int capacity) {
     switch (in->mode) {
         case Mode::PLAIN:
             return read_raw(in, buffer, capacity);
@@ -204,6 +207,19 @@ int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity) {
             break;
     }
     return 0;
+}
+
+}  // namespace
+
+int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity) {
+    if (!in || capacity < 2) return 0;
+    const int got = read_content(in, buffer, capacity);
+    bytes_delivered += got;
+    return got;
+}
+
+long long compressed_bytes_delivered() {
+    return bytes_delivered;
 }
 
 bool compressed_is_gzip(const CompressedInput* in) {

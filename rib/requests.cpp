@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/archive_reads.h"
 #include "rib/modern_geometry.h"
 #include "rib/conditionals.h"
 #include "rib/modern_requests.h"
@@ -458,10 +459,17 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
-// Reads an open stream to its end (or past the last selected frame).
+// Streams being read, the outermost first: archives, and anything else
+// read in the middle of a stream, are read inside the stream of the file
+// the program was given.
+int streams_open = 0;
+
+// Reads an open stream to its end (or past the last selected frame). The
+// outermost stream starts a fresh budget of archive reads.
 int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     if (echo >= 2) fprintf(stderr, "[%s]\n", name);
     if (RIBparse_open_stream(f, name) != 0) return -1;
+    if (streams_open++ == 0) archive_budget_file_begins();
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
     conditionals_stream_begin();
@@ -469,6 +477,7 @@ int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     conditionals_stream_end();
     current_searchpath = outer_searchpath;
     RIBparse_close_stream();
+    --streams_open;
     return 0;
 }
 
