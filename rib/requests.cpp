@@ -329,6 +329,14 @@ REACTION* find_request_row(const char* word) {
     return row;
 }
 
+// A word that ended the input (no white space after it): a request there is
+// not carried out, but a word that is no request is reported like any
+// other, where its request would have been carried out.
+void report_last_word(const char* word, long frame) {
+    if (find_request_row(word) != nullptr) return;
+    if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
+}
+
 void select_and_dispatch(const char* word, long* frame) {
     // One keyword lookup serves both the frame counting and the dispatch.
     REACTION* row = find_request_row(word);
@@ -378,7 +386,10 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
+        if (RIBparse_at_eof() || code == TOKEN_EOF) {
+            if (code == TOKEN_IDENTIFIER) report_last_word(token, frame);
+            return;
+        }
         switch (code) {
             case '\n':
             case '\r':
