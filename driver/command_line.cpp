@@ -11,6 +11,7 @@
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
+#include "support/error.h"
 
 namespace {
 
@@ -144,6 +145,9 @@ int apply_option(int argc, char** argv, int i) {
 int parse_options(int argc, char** argv) {
     int i = 1;
     while (i < argc) {
+        // Each option's report (from -res or -rd, made outside any file)
+        // is its own, not a repeat of the one before.
+        forget_reported_line();
         int taken = apply_option(argc, argv, i);
         if (taken == 0) break;
         i += taken;
