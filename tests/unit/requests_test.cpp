@@ -1,7 +1,8 @@
 // Tests of the request table and the reading loop: keyword lookup, argument
-// codes and their failures, and the special requests.
-// (Frame selection, stray tokens, archives, structure comments and the
-// reports seen on the command line are covered by the golden cases.)
+// codes and their failures, the special requests, and the bounds on the
+// archive reads of a file. (Frame selection, stray tokens, archives,
+// structure comments and the reports seen on the command line are covered
+// by the golden cases.)
 #include <gtest/gtest.h>
 
 #include <string>
