@@ -9,9 +9,11 @@
 
 #include "driver/globals.h"
 #include "driver/pipeline.h"
+#include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
+#include "support/error.h"
 #include "support/report_output.h"
 
 namespace {
@@ -144,6 +146,9 @@ void require_arguments(int argc, int i, int count, const char* option) {
 int parse_options(int argc, char** argv) {
     int i = 1;
     while (i < argc) {
+        // Each option's report (from -res or -rd, made outside any file)
+        // is its own, not a repeat of the one before.
+        forget_reported_line();
         int taken = apply_option(argc, argv, i);
         if (taken == 0) break;
         i += taken;
@@ -162,11 +167,23 @@ int read_named_file(const char* filename) {
     return ParseRIB(filename, current_searchpath(), current_echo(), filename ? 1 : 0);
 }
 
-int run_once(int argc, char** argv) {
+// The outputs (window, pictures, PostScript) are chosen by the options,
+// which are read after the start-up file: they are deferred over it.
+int begin_run(int argc, char** argv) {
     RiBegin(RI_NULL);
+    if (X11VectorPreviewer* outputs = previewer()) outputs->defer_outputs();
     read_startup_file();
-    int first_file = parse_options(argc, argv);
+    return parse_options(argc, argv);
+}
+
+void open_chosen_outputs() {
+    if (X11VectorPreviewer* outputs = previewer()) outputs->decide_outputs();
+}
+
+int run_once(int argc, char** argv) {
+    int first_file = begin_run(argc, argv);
     if (check_only) return check_files(argc, argv, first_file);
+    open_chosen_outputs();
     if (first_file >= argc) {
         if (!background) read_named_file(nullptr);
     } else {

@@ -18,6 +18,12 @@ void require_arguments(int argc, int i, int count, const char* option);
 // Reads $HOME/.traceryrc, if HOME is set, as RIB.
 void read_startup_file();
 
+// Begins the interface, reads the start-up file with the outputs deferred
+// and parses the options; returns the index of the first file name.
+int begin_run(int argc, char** argv);
+// Lets the outputs the options chose open (at once when a world is open).
+void open_chosen_outputs();
+
 // Reads one file named on the command line (null: standard input) with the
 // search path and echo level of the current options; ParseRIB's result.
 int read_named_file(const char* filename);

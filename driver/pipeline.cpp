@@ -134,12 +134,9 @@ int check_files(int argc, char** argv, int first_file) {
     error_exit = stop_checking_file;
     long unopened = 0;
     for (size_t k = 0; k < files.size(); ++k) {
-        if (k > 0) {
-            RiBegin(RI_NULL);
-            read_startup_file();
-            parse_options(argc, argv);
-        }
+        if (k > 0) begin_run(argc, argv);
         prepare_file();
+        open_chosen_outputs();  // none: prepare_file left every output out
         if (read_named_file(files[k]) != 0 && files[k] != nullptr) ++unopened;
         end_file();
     }
