@@ -9,9 +9,13 @@
 
 #include "driver/globals.h"
 #include "driver/interactive.h"
+#include "driver/pipeline.h"
+#include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
+#include "support/error.h"
+#include "support/report_output.h"
 
 namespace {
 
@@ -47,14 +51,6 @@ const char* current_searchpath() {
 }
 int current_echo() {
     return renderer ? renderer->verbosity : 0;
-}
-
-// An option that lacks its arguments ends the program with a one-line
-// diagnostic instead of reading past the end of argv.
-void require_arguments(int argc, int i, int count, const char* option) {
-    if (i + count < argc) return;
-    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count, count == 1 ? "" : "s");
-    std::exit(2);
 }
 
 void read_colour(char** argv, int i, float rgb[3]) {
@@ -136,10 +132,16 @@ int apply_option(int argc, char** argv, int i) {
         read_colour(argv, i, is("-bg") ? bg_color : fg_color);
         return 4;
     }
-    return 0;
+    return apply_pipeline_option(argc, argv, i);
 }
 
 }  // namespace
+
+void require_arguments(int argc, int i, int count, const char* option) {
+    if (i + count < argc) return;
+    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count, count == 1 ? "" : "s");
+    std::exit(2);
+}
 
 [[noreturn]] void usage() {
     std::fputs(usage_text, stderr);
@@ -150,6 +152,9 @@ int apply_option(int argc, char** argv, int i) {
 int parse_options(int argc, char** argv) {
     int i = 1;
     while (i < argc) {
+        // Each option's report (from -res or -rd, made outside any file)
+        // is its own, not a repeat of the one before.
+        forget_reported_line();
         int taken = apply_option(argc, argv, i);
         if (taken == 0) break;
         i += taken;
@@ -174,30 +179,52 @@ bool standard_input_read() {
     return stdin_read;
 }
 
-void run_once(int argc, char** argv) {
+int read_named_file(const char* filename) {
+    return ParseRIB(filename, current_searchpath(), current_echo(), filename ? 1 : 0);
+}
+
+// The outputs (window, pictures, PostScript) are chosen by the options,
+// which are read after the start-up file: they are deferred over it.
+int begin_run(int argc, char** argv) {
     RiBegin(RI_NULL);
+    if (X11VectorPreviewer* outputs = previewer()) outputs->defer_outputs();
     read_startup_file();
-    int first_file = parse_options(argc, argv);
+    const int first_file = parse_options(argc, argv);
     stdin_read = first_file >= argc && !background;
+    return first_file;
+}
+
+void open_chosen_outputs() {
+    if (X11VectorPreviewer* outputs = previewer()) outputs->decide_outputs();
+}
+
+int run_once(int argc, char** argv) {
+    int first_file = begin_run(argc, argv);
+    if (check_only) return check_files(argc, argv, first_file);
+    open_chosen_outputs();
     if (first_file >= argc) {
-        if (!background) ParseRIB(nullptr, current_searchpath(), current_echo(), 0);
+        if (!background) read_named_file(nullptr);
     } else {
-        for (int i = first_file; i < argc; ++i) {
-            ParseRIB(argv[i], current_searchpath(), current_echo(), 1);
-        }
+        for (int i = first_file; i < argc; ++i) read_named_file(argv[i]);
     }
     RiEnd();
+    return 0;
 }
 
 // With -i the window waits after the first run, in the interactive view,
 // which runs the interface again itself when everything is to be read again.
 int run_program(int argc, char** argv) {
+    int status = 0;
     repeat_file = 1;
     while (repeat_file) {
         repeat_file = 0;
-        run_once(argc, argv);
+        status = run_once(argc, argv);
     }
-    const int status = interactive_mode() ? run_interactive(argc, argv) : 0;
+    if (interactive_mode()) {
+        const int interactive_status = run_interactive(argc, argv);
+        if (interactive_status != 0) status = interactive_status;
+    }
     release_rib_tables();
+    write_reports_not_shown();
     return status;
 }

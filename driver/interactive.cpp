@@ -42,13 +42,15 @@ struct Session {
 
 // Made by the -i option and kept to the end of the process.
 Session* session = nullptr;
+// How the program ended after a report that ends it, before -i.
+void (*exit_before)(int status) = nullptr;
 
 // Once the window is open it must stay for the user to see what could be
 // read and to mend the file: a severe report then no longer ends the
 // program. Before it opens (a display that cannot be opened, a fault before
 // the first world) the program ends as it always does.
 void end_unless_window_open(int status) {
-    if (session == nullptr || !session->hold.window) std::exit(status);
+    if (session == nullptr || !session->hold.window) exit_before(status);
 }
 
 // Reads every file again without showing the frames; with quiet the reports
@@ -81,6 +83,7 @@ void begin_interactive_mode() {
     session = new Session();
     kept_frames = &session->store;
     window_hold = &session->hold;
+    exit_before = error_exit;
     error_exit = end_unless_window_open;
 }
 
@@ -116,7 +119,7 @@ int run_interactive(int argc, char** argv) {
     }
     kept_frames = nullptr;
     window_hold = nullptr;
-    error_exit = std::exit;
+    error_exit = exit_before;
     delete session;
     session = nullptr;
     return 0;

@@ -109,8 +109,8 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
         return;
     }
     keep_lattice(nu, nv);
-    project_lattice(nu, nv);
     if (sinks_.empty()) return;
+    project_lattice(nu, nv);
     // Rows, then columns, cell by cell in lattice order.
     static RasterSegment lattice_segments[2 * GRID_CELLS_MAX * GRID_POINTS];
     RasterSegment* out = lattice_segments;

@@ -70,8 +70,11 @@ bool keeping_geometry() {
     return kept_frames != nullptr && kept_frames->recording() && dump_diced_rib == 0;
 }
 
+// A world block of the start-up file, read while the outputs are deferred,
+// draws nothing and is not kept either.
 void keep_world_begin() {
     if (kept_frames == nullptr || renderer == nullptr) return;
+    if (const X11VectorPreviewer* p = previewer(); p != nullptr && p->outputs_deferred()) return;
     const GOptions& o = *renderer;
     KeptView view{};
     float scratch[4][4];

@@ -31,7 +31,10 @@
 // - World blocks: the previewer calls keep_world_begin at every world begin,
 //   after the camera and screen mapping are derived, and keep_world_end at
 //   every world end. Under the dump options nothing is drawn and nothing is
-//   kept.
+//   kept, nor while the outputs are deferred (the start-up file).
+// - Work: X11VectorPreviewer::has_outputs is true while geometry is kept,
+//   so that drawers that skip their work when nothing takes their lines
+//   still hand it to the store (a reading again opens no window).
 #ifndef TRACERY_PREVIEW_WORLD_SINK_H
 #define TRACERY_PREVIEW_WORLD_SINK_H
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/archive_reads.h"
 #include "rib/modern_geometry.h"
 #include "rib/conditionals.h"
 #include "rib/modern_requests.h"
@@ -15,9 +16,17 @@
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
+#include "support/report_output.h"
 
 int drawing_on = 1;
 int echo_requests = 0;
+int rib_request_line = 0;
+
+namespace {
+
+bool reading_stopped = false;
+
+}  // namespace
 
 namespace {
 
@@ -329,7 +338,16 @@ REACTION* find_request_row(const char* word) {
     return row;
 }
 
+// A word that ended the input (no white space after it): a request there is
+// not carried out, but a word that is no request is reported like any
+// other, where its request would have been carried out.
+void report_last_word(const char* word, long frame) {
+    if (find_request_row(word) != nullptr) return;
+    if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
+}
+
 void select_and_dispatch(const char* word, long* frame) {
+    rib_request_line = RIB_lineno;
     // One keyword lookup serves both the frame counting and the dispatch.
     REACTION* row = find_request_row(word);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
@@ -367,7 +385,9 @@ void structure_comment(const char* searchpath) {
 
 void report_stray(int code) {
     if (drawing_on == 1 && code != ' ' && code != '\n' && code != '\t') {
-        fprintf(stderr, "read character %d  \"%c\"\n", code, code);
+        char note[64];
+        const int length = snprintf(note, sizeof note, "read character %d  \"%c\"", code, code);
+        write_note(note, static_cast<size_t>(length));
     }
 }
 
@@ -378,7 +398,10 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
+        if (RIBparse_at_eof() || code == TOKEN_EOF) {
+            if (code == TOKEN_IDENTIFIER) report_last_word(token, frame);
+            return;
+        }
         switch (code) {
             case '\n':
             case '\r':
@@ -402,7 +425,7 @@ void read_requests(const char* searchpath) {
                 report_stray(code);
                 break;
         }
-    } while (frame <= end_frame);
+    } while (frame <= end_frame && !reading_stopped);
 }
 
 }  // namespace
@@ -459,10 +482,17 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
-// Reads an open stream to its end (or past the last selected frame).
+// Streams being read, the outermost first: archives, and anything else
+// read in the middle of a stream, are read inside the stream of the file
+// the program was given.
+int streams_open = 0;
+
+// Reads an open stream to its end (or past the last selected frame). The
+// outermost stream starts a fresh budget of archive reads.
 int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     if (echo >= 2) fprintf(stderr, "[%s]\n", name);
     if (RIBparse_open_stream(f, name) != 0) return -1;
+    if (streams_open++ == 0) archive_budget_file_begins();
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
     conditionals_stream_begin();
@@ -470,6 +500,7 @@ int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     conditionals_stream_end();
     current_searchpath = outer_searchpath;
     RIBparse_close_stream();
+    --streams_open;
     return 0;
 }
 
@@ -493,11 +524,24 @@ int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo)
     return read_stream(f, name, searchpath, echo);
 }
 
+void RIBparse_stop_reading() {
+    reading_stopped = true;
+}
+
+void RIBparse_resume_reading() {
+    reading_stopped = false;
+}
+
+bool RIBparse_reading_stopped() {
+    return reading_stopped;
+}
+
 const char* RIBparse_searchpath() {
     return current_searchpath;
 }
 
 void RIBparse_dispatch(const char* keyword) {
+    rib_request_line = RIB_lineno;
     dispatch_row(keyword, match_identifier(keyword));
 }
 

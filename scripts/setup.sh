@@ -3,10 +3,11 @@
 # CMake, Xlib, cairo (picture files), zlib (compressed RIB), OpenSubdiv
 # (subdivision surfaces), GoogleTest, Python (golden tests), Xvfb, xdotool
 # (real input events for the interactive window's tests), and the tools the
-# tests read pictures and pages back with (poppler, ghostscript).
+# tests read pictures and pages back with (poppler, ghostscript) and lint the
+# manual page with (groff, mandoc).
 set -euo pipefail
 packages=(g++ cmake make pkg-config python3 libx11-dev libcairo2-dev zlib1g-dev libosd-dev
-          libgtest-dev xvfb xauth xdotool poppler-utils ghostscript)
+          libgtest-dev xvfb xauth xdotool poppler-utils ghostscript groff-base mandoc)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||
