@@ -1,0 +1,282 @@
+// Retained objects. The requests between ObjectBegin and its ObjectEnd are
+// recorded as RIB text and nothing is drawn where they stand (the RenderMan
+// way, and a departure from drawing object blocks in place, which showed
+// nothing of a scene built from instances); each ObjectInstance reads the
+// recorded text again inside an attribute block, so the object is drawn
+// under the transformation and attributes current at the instance, exactly
+// as if its requests stood there. Objects may be defined anywhere (before
+// WorldBegin too) and live for the whole run, like the light numbers.
+//
+// Handles are numbers (ObjectBegin 1, ObjectBegin 1.0) or strings
+// (ObjectBegin "name", as exporters write today); a number and a string are
+// different handles. An ObjectInstance inside a definition is recorded like
+// any request and looks its handle up when it is drawn. Recording shares
+// its text form with the inline archives (rib/recorded_requests.h), and the
+// replay reads that text through the reader like an inline archive, with
+// the file's own line numbers in its reports.
+//
+// Bounds: the recorded objects hold at most OBJECT_BYTES_MAX bytes in all;
+// instances nest at most OBJECT_DEPTH_MAX deep and never inside themselves;
+// one instance met in a file draws at most object_nested_instances_max
+// instances and object_nested_bytes_max bytes of text through the instances
+// inside it (objects that each instance the one before twice, twenty deep,
+// would otherwise draw a million copies). Each bound is reported once and
+// the stream goes on. A million instances of a small object cost a million
+// small readings: linear in time, nothing kept per instance.
+#include "rib/objects.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "ri/attributes.h"
+#include "ri/transforms.h"
+#include "rib/recorded_requests.h"
+#include "rib/requests.h"
+#include "rib/tokenizer.h"
+#include "support/error.h"
+
+long long object_nested_instances_max = 1000000;
+long long object_nested_bytes_max = 1LL << 30;
+
+namespace {
+
+struct ObjectHandle {
+    std::string key;    // "#" and the number, or "$" and the string: one map for both
+    std::string label;  // as reports name it: 7 or "name"
+    int number;
+    bool is_number;
+};
+
+struct RecordedObject {
+    std::shared_ptr<const std::string> text;  // the requests, ending in a newline
+    int file;                                 // index in file_names
+    int first_line;                           // line of the first recorded token
+};
+
+std::unordered_map<std::string, RecordedObject> objects;
+std::vector<std::string> file_names;
+std::unordered_map<std::string, int> file_numbers;
+size_t object_bytes = 0;
+bool objects_over_bound = false;  // an object has not been kept for want of room
+
+// Instances being drawn, outermost first, and what the outermost one has
+// drawn through the instances inside it.
+std::vector<std::string> drawing;
+long long nested_instances = 0;
+long long nested_bytes = 0;
+bool nested_budget_reported = false;
+bool nested_depth_reported = false;
+
+size_t charged_bytes(const std::string& key, const RecordedObject& object) {
+    return object.text->size() + key.size() + OBJECT_RECORD_BYTES;
+}
+
+// The file names are kept once each (charged like an object).
+int file_index(const char* name) {
+    const std::string file = name != nullptr ? name : "";
+    auto found = file_numbers.find(file);
+    if (found != file_numbers.end()) return found->second;
+    const int index = static_cast<int>(file_names.size());
+    file_names.push_back(file);
+    file_numbers.emplace(file, index);
+    object_bytes += 2 * file.size() + OBJECT_RECORD_BYTES;
+    return index;
+}
+
+// A handle is a quoted string or a number (read as an integer); false after
+// the number reader's report.
+bool read_handle(ObjectHandle* handle) {
+    char text[RIB_TOKEN_MAX];
+    const int code = read_RIB_token(text);
+    if (code == TOKEN_STRING) {
+        handle->key = std::string("$") + text;
+        handle->label = std::string("\"") + text + "\"";
+        handle->is_number = false;
+        return true;
+    }
+    RIBparse_return_token(text, code);
+    if (RIBparse_read_number(text) != 0) return false;
+    handle->number = rib_atoi(text);
+    handle->key = "#" + std::to_string(handle->number);
+    handle->label = std::to_string(handle->number);
+    handle->is_number = true;
+    return true;
+}
+
+void report_unknown(const ObjectHandle& handle) {
+    if (handle.is_number) {
+        QuillError(RIE_BADHANDLE, RIE_ERROR, "Unknown object handle %d", handle.number);
+    } else {
+        QuillError(RIE_BADHANDLE, RIE_ERROR, "Unknown object handle %s", handle.label.c_str());
+    }
+}
+
+void report_not_kept(const ObjectHandle& handle) {
+    if (!objects_over_bound) {
+        QuillError(RIE_LIMIT, RIE_ERROR,
+                   "Object %s not kept: objects would hold more than %d MB (later ones that do "
+                   "not fit are not kept either)",
+                   handle.label.c_str(), static_cast<int>(OBJECT_BYTES_MAX >> 20));
+    }
+    objects_over_bound = true;
+}
+
+// Keeps the object under its handle, in place of an earlier one of the same
+// handle, when the bound leaves room for it.
+void keep_object(const ObjectHandle& handle, RecordedObject object) {
+    auto old = objects.find(handle.key);
+    const size_t freed = old != objects.end() ? charged_bytes(old->first, old->second) : 0;
+    const size_t needed = charged_bytes(handle.key, object);
+    if (object_bytes - freed + needed > OBJECT_BYTES_MAX) {
+        report_not_kept(handle);
+        return;
+    }
+    object_bytes = object_bytes - freed + needed;
+    if (old != objects.end()) {
+        old->second = std::move(object);
+    } else {
+        objects.emplace(handle.key, std::move(object));
+    }
+}
+
+// ---- Drawing an instance ----
+
+// Counts one instance against the budget of the outermost one under way;
+// false (after one report) when it is spent, or when the instance would
+// nest too deeply or inside itself.
+bool may_draw(const ObjectHandle& handle, size_t bytes) {
+    if (drawing.empty()) {
+        nested_instances = nested_bytes = 0;
+        nested_budget_reported = nested_depth_reported = false;
+        return true;
+    }
+    for (const std::string& key : drawing) {
+        if (key != handle.key) continue;
+        if (!nested_depth_reported) {
+            QuillError(RIE_NESTING, RIE_ERROR, "ObjectInstance %s inside itself; not drawn",
+                       handle.label.c_str());
+        }
+        nested_depth_reported = true;
+        return false;
+    }
+    if (drawing.size() >= static_cast<size_t>(OBJECT_DEPTH_MAX)) {
+        if (!nested_depth_reported) {
+            QuillError(RIE_LIMIT, RIE_ERROR, "ObjectInstance nested more than %d deep: %s skipped",
+                       OBJECT_DEPTH_MAX, handle.label.c_str());
+        }
+        nested_depth_reported = true;
+        return false;
+    }
+    nested_instances++;
+    nested_bytes += static_cast<long long>(bytes);
+    if (nested_instances <= object_nested_instances_max &&
+        nested_bytes <= object_nested_bytes_max) {
+        return true;
+    }
+    if (!nested_budget_reported) {
+        QuillError(RIE_LIMIT, RIE_ERROR,
+                   "ObjectInstance: instances drawn inside one instance exceed %lld instances or "
+                   "%lld bytes; %s and the rest skipped",
+                   object_nested_instances_max, object_nested_bytes_max, handle.label.c_str());
+    }
+    nested_budget_reported = true;
+    return false;
+}
+
+// Closes what the object left open, down to the levels of the instance's
+// own attribute block (attribute levels, then transformation levels).
+void close_levels_above(int attributes, int transforms) {
+    while (attribute_stack_depth() > attributes) RiAttributeEnd();
+    while (transform_stack_depth() > transforms) RiTransformEnd();
+}
+
+// Reads the object's text as a stream of its own inside an attribute block.
+// The block's floor keeps an AttributeEnd too many in the object from
+// closing the levels around the instance (it is reported as an underflow).
+void draw_instance(const ObjectHandle& handle, const RecordedObject& object) {
+    const std::shared_ptr<const std::string> text = object.text;
+    const std::string label = file_names[size_t(object.file)] + " [object " + handle.label + "]";
+    FILE* stream = fmemopen(const_cast<char*>(text->data()), text->size(), "r");
+    if (stream == nullptr) {
+        QuillError(RIE_NOMEM, RIE_ERROR, "Cannot draw object %s", handle.label.c_str());
+        return;
+    }
+    RibStreamState saved;
+    const int echo = RIB_echo;
+    RIBparse_save_state(&saved);
+    RiAttributeBegin();
+    const int attributes = attribute_stack_depth();
+    const int transforms = transform_stack_depth();
+    const int floor = attribute_floor_depth();
+    set_attribute_floor(attributes);
+    drawing.push_back(handle.key);
+    ParseRIB_stream(stream, label.c_str(), RIBparse_searchpath(), echo, object.first_line);
+    drawing.pop_back();
+    std::fclose(stream);
+    RIBparse_restore_state(&saved);
+    RIB_echo = echo;
+    set_attribute_floor(attributes);
+    close_levels_above(attributes, transforms);
+    set_attribute_floor(floor);
+    if (attribute_stack_depth() >= attributes) RiAttributeEnd();
+}
+
+}  // namespace
+
+void read_object_begin() {
+    ObjectHandle handle;
+    if (!read_handle(&handle)) return;
+    std::string text;
+    int line = RIB_lineno;
+    const int first_line = line;
+    bool keep = true;
+    const size_t room = OBJECT_BYTES_MAX - std::min(object_bytes, OBJECT_BYTES_MAX);
+    const int file = file_index(RIB_filename);
+    if (record_requests("ObjectBegin", "ObjectEnd", &text, &line, &keep, room) ==
+        RecordEnd::EndOfStream) {
+        QuillError(RIE_SYNTAX, RIE_ERROR, "ObjectBegin %s without ObjectEnd; not kept",
+                   handle.label.c_str());
+        return;
+    }
+    if (!keep) {
+        report_not_kept(handle);
+        return;
+    }
+    // A request last in the text is read only when white space follows it.
+    text += '\n';
+    keep_object(handle, {std::make_shared<const std::string>(std::move(text)), file, first_line});
+}
+
+// An ObjectEnd met while reading (not recording) closes no definition.
+void read_object_end() {
+    QuillError(RIE_NESTING, RIE_ERROR, "ObjectEnd without ObjectBegin");
+}
+
+void read_object_instance() {
+    ObjectHandle handle;
+    if (!read_handle(&handle)) return;
+    auto found = objects.find(handle.key);
+    if (found == objects.end()) {
+        // Once objects have been dropped for want of room, a handle not
+        // found is most likely one of them, already reported.
+        if (!objects_over_bound) report_unknown(handle);
+        return;
+    }
+    const RecordedObject object = found->second;
+    if (!may_draw(handle, object.text->size())) return;
+    draw_instance(handle, object);
+}
+
+void release_objects() {
+    objects.clear();
+    file_names.clear();
+    file_numbers.clear();
+    object_bytes = 0;
+    objects_over_bound = false;
+    drawing.clear();
+}

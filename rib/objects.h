@@ -1,0 +1,32 @@
+// Retained objects of a RIB stream: ObjectBegin ... ObjectEnd is recorded,
+// not carried out, and each ObjectInstance draws the recorded requests where
+// it stands.
+#ifndef TRACERY_RIB_OBJECTS_H
+#define TRACERY_RIB_OBJECTS_H
+
+#include <cstddef>
+
+// Bytes that all recorded objects may hold together (their text, handle and
+// file name, and OBJECT_RECORD_BYTES for each); an object that would pass
+// it is reported and not kept.
+constexpr size_t OBJECT_BYTES_MAX = size_t(128) << 20;
+constexpr size_t OBJECT_RECORD_BYTES = 64;
+// Deepest nesting of instances inside instances.
+constexpr int OBJECT_DEPTH_MAX = 64;
+// The most instances, and bytes of recorded text, that one instance met in
+// a file may draw through the instances inside it; past either the rest of
+// it is reported once and skipped. Variables so that the fuzz targets can
+// lower them.
+extern long long object_nested_instances_max;
+extern long long object_nested_bytes_max;
+
+// The readers of ObjectBegin, ObjectEnd (met outside a definition) and
+// ObjectInstance.
+void read_object_begin();
+void read_object_end();
+void read_object_instance();
+
+// Forgets every object (at program exit).
+void release_objects();
+
+#endif  // TRACERY_RIB_OBJECTS_H
