@@ -176,19 +176,54 @@ void report_unknown_codes(const std::vector<BlobbyInstruction>& program) {
     }
 }
 
+// The size of an element's matrix for the grid: the smallest length of a
+// row or a column of its 3 x 3 part. For a scale followed by a rotation the
+// rows are the ellipsoid's semi-axes, for a rotation followed by a scale the
+// columns are; either way the smaller is the thinnest semi-axis.
+float matrix_size(const float* m) {
+    float size = INFINITY;
+    for (int k = 0; k < 3; ++k) {
+        const float row = std::sqrt(m[4 * k] * m[4 * k] + m[4 * k + 1] * m[4 * k + 1] +
+                                    m[4 * k + 2] * m[4 * k + 2]);
+        const float column = std::sqrt(m[k] * m[k] + m[4 + k] * m[4 + k] + m[8 + k] * m[8 + k]);
+        size = std::min(size, std::min(row, column));
+    }
+    return size;
+}
+
+// The thinnest ellipsoid or segment blob of the program (0 when a matrix is
+// degenerate, infinity when there is none).
+float smallest_element(const std::vector<BlobbyInstruction>& program, const float flt[]) {
+    float smallest = INFINITY;
+    for (const BlobbyInstruction& ins : program) {
+        if (ins.code == BLOBBY_ELLIPSOID)
+            smallest = std::min(smallest, matrix_size(flt + ins.first));
+        if (ins.code == BLOBBY_SEGMENT) {
+            const float* f = flt + ins.first;
+            smallest = std::min(smallest, std::fabs(f[6]) * matrix_size(f + 7));
+        }
+    }
+    return smallest;
+}
+
 // The grid over bound: cubic cells, the longest side cut into the detail's
 // number of cells less one on each side, which pads the bound so the
-// surface closes inside the grid.
-bool place_grid(const float bound[6], SampledGrid* grid) {
-    const int cells =
-        std::clamp(cells_for_relative_detail(BLOBBY_CELLS_PER_DETAIL), 4, BLOBBY_CELLS_MAX);
+// surface closes inside the grid. So that no element is lost between the
+// grid's points, the cells are made no larger than the surface of the
+// thinnest element is thick (a lone element's surface lies at 0.454 of its
+// size); BLOBBY_CELLS_MAX a side holds both.
+bool place_grid(const float bound[6], float smallest, SampledGrid* grid) {
     float longest = 0.0f;
     for (int k = 0; k < 3; ++k) longest = std::max(longest, bound[2 * k + 1] - bound[2 * k]);
     if (!(longest > 0.0f) || !std::isfinite(longest)) return false;
-    grid->cell = longest / float(cells - 2);
+    float cells = float(cells_for_relative_detail(BLOBBY_CELLS_PER_DETAIL));
+    const float thickness = BLOBBY_SURFACE_RADIUS * smallest;
+    if (thickness > 0.0f) cells = std::max(cells, std::ceil(longest / thickness) + 2.0f);
+    const int n = int(std::clamp(cells, 4.0f, float(BLOBBY_CELLS_MAX)));
+    grid->cell = longest / float(n - 2);
     for (int k = 0; k < 3; ++k) {
         const float extent = bound[2 * k + 1] - bound[2 * k];
-        grid->cells[k] = std::min(cells, int(std::ceil(extent / grid->cell)) + 2);
+        grid->cells[k] = std::min(n, int(std::ceil(extent / grid->cell)) + 2);
         grid->origin[k] =
             0.5f * (bound[2 * k] + bound[2 * k + 1]) - 0.5f * grid->cell * float(grid->cells[k]);
     }
@@ -253,7 +288,7 @@ void draw_mesh(TriangleMesh& mesh, const SampledGrid& grid) {
 void draw_surface(const std::vector<BlobbyInstruction>& program, const int code[],
                   const float flt[], const float bound[6]) {
     SampledGrid grid;
-    if (!place_grid(bound, &grid)) return;
+    if (!place_grid(bound, smallest_element(program, flt), &grid)) return;
     if (!sample_blobby_field(program, code, flt, &grid)) {
         QuillError(RIE_LIMIT, RIE_WARNING,
                    "Blobby: its field is too costly to evaluate here; drawn as its bound");

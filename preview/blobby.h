@@ -9,8 +9,12 @@
 
 // The level of the field that is the surface.
 constexpr float BLOBBY_LEVEL = 0.5f;
+// Where a lone element's surface lies, in units of its size: the field
+// (1 - d^2)^3 is 0.5 at d = sqrt(1 - 0.5^(1/3)).
+constexpr float BLOBBY_SURFACE_RADIUS = 0.4542f;
 // Grid cells along the longest side of the bound per unit of relative
-// detail (32 at the default detail), at most BLOBBY_CELLS_MAX.
+// detail (32 at the default detail), at most BLOBBY_CELLS_MAX; more when the
+// thinnest element needs them to be seen.
 constexpr float BLOBBY_CELLS_PER_DETAIL = 32.0f;
 constexpr int BLOBBY_CELLS_MAX = 128;
 
