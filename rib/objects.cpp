@@ -15,14 +15,14 @@
 // replay reads that text through the reader like an inline archive, with
 // the file's own line numbers in its reports.
 //
-// Bounds: the recorded objects hold at most OBJECT_BYTES_MAX bytes in all;
+// Bounds: the recorded objects hold at most object_bytes_max bytes in all;
 // instances nest at most OBJECT_DEPTH_MAX deep and never inside themselves;
-// one instance met in a file draws at most object_nested_instances_max
-// instances and object_nested_bytes_max bytes of text through the instances
-// inside it (objects that each instance the one before twice, twenty deep,
-// would otherwise draw a million copies). Each bound is reported once and
-// the stream goes on. A million instances of a small object cost a million
-// small readings: linear in time, nothing kept per instance.
+// a run draws at most object_nested_instances_max instances inside other
+// instances, and object_nested_bytes_max bytes of their text (objects that
+// each instance the one before twice, thirty deep, would otherwise draw a
+// billion copies). Each bound is reported once and the stream goes on. A
+// million instances written in a file cost a million small readings: linear
+// in time, nothing kept per instance.
 #include "rib/objects.h"
 
 #include <algorithm>
@@ -34,13 +34,15 @@
 #include <vector>
 
 #include "ri/attributes.h"
+#include "ri/renderer.h"
 #include "ri/transforms.h"
 #include "rib/recorded_requests.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 
-long long object_nested_instances_max = 1000000;
+size_t object_bytes_max = size_t(128) << 20;
+long long object_nested_instances_max = 2000000;
 long long object_nested_bytes_max = 1LL << 30;
 
 namespace {
@@ -64,12 +66,14 @@ std::unordered_map<std::string, int> file_numbers;
 size_t object_bytes = 0;
 bool objects_over_bound = false;  // an object has not been kept for want of room
 
-// Instances being drawn, outermost first, and what the outermost one has
-// drawn through the instances inside it.
+// Instances being drawn, outermost first; what the run (counted by
+// interface_runs) has drawn inside instances; and which of the bounds on
+// nesting have been reported in the outermost instance under way.
 std::vector<std::string> drawing;
+long budget_run = -1;
 long long nested_instances = 0;
 long long nested_bytes = 0;
-bool nested_budget_reported = false;
+bool nested_budget_spent = false;
 bool nested_depth_reported = false;
 
 size_t charged_bytes(const std::string& key, const RecordedObject& object) {
@@ -119,9 +123,9 @@ void report_unknown(const ObjectHandle& handle) {
 void report_not_kept(const ObjectHandle& handle) {
     if (!objects_over_bound) {
         QuillError(RIE_LIMIT, RIE_ERROR,
-                   "Object %s not kept: objects would hold more than %d MB (later ones that do "
-                   "not fit are not kept either)",
-                   handle.label.c_str(), static_cast<int>(OBJECT_BYTES_MAX >> 20));
+                   "Object %s not kept: objects would hold more than %zu bytes (later ones that "
+                   "do not fit are not kept either)",
+                   handle.label.c_str(), object_bytes_max);
     }
     objects_over_bound = true;
 }
@@ -132,7 +136,7 @@ void keep_object(const ObjectHandle& handle, RecordedObject object) {
     auto old = objects.find(handle.key);
     const size_t freed = old != objects.end() ? charged_bytes(old->first, old->second) : 0;
     const size_t needed = charged_bytes(handle.key, object);
-    if (object_bytes - freed + needed > OBJECT_BYTES_MAX) {
+    if (object_bytes - freed + needed > object_bytes_max) {
         report_not_kept(handle);
         return;
     }
@@ -146,13 +150,17 @@ void keep_object(const ObjectHandle& handle, RecordedObject object) {
 
 // ---- Drawing an instance ----
 
-// Counts one instance against the budget of the outermost one under way;
-// false (after one report) when it is spent, or when the instance would
-// nest too deeply or inside itself.
+// Counts an instance inside another against the run's budget; false
+// (after one report) when it is spent, or when the instance would nest too
+// deeply or inside itself.
 bool may_draw(const ObjectHandle& handle, size_t bytes) {
-    if (drawing.empty()) {
+    if (budget_run != interface_runs) {
+        budget_run = interface_runs;
         nested_instances = nested_bytes = 0;
-        nested_budget_reported = nested_depth_reported = false;
+        nested_budget_spent = false;
+    }
+    if (drawing.empty()) {
+        nested_depth_reported = false;
         return true;
     }
     for (const std::string& key : drawing) {
@@ -172,19 +180,18 @@ bool may_draw(const ObjectHandle& handle, size_t bytes) {
         nested_depth_reported = true;
         return false;
     }
+    if (nested_budget_spent) return false;
     nested_instances++;
     nested_bytes += static_cast<long long>(bytes);
     if (nested_instances <= object_nested_instances_max &&
         nested_bytes <= object_nested_bytes_max) {
         return true;
     }
-    if (!nested_budget_reported) {
-        QuillError(RIE_LIMIT, RIE_ERROR,
-                   "ObjectInstance: instances drawn inside one instance exceed %lld instances or "
-                   "%lld bytes; %s and the rest skipped",
-                   object_nested_instances_max, object_nested_bytes_max, handle.label.c_str());
-    }
-    nested_budget_reported = true;
+    nested_budget_spent = true;
+    QuillError(RIE_LIMIT, RIE_ERROR,
+               "ObjectInstance: instances inside instances exceed %lld instances or %lld bytes "
+               "in this run; %s and all later ones inside instances skipped",
+               object_nested_instances_max, object_nested_bytes_max, handle.label.c_str());
     return false;
 }
 
@@ -235,7 +242,7 @@ void read_object_begin() {
     int line = RIB_lineno;
     const int first_line = line;
     bool keep = true;
-    const size_t room = OBJECT_BYTES_MAX - std::min(object_bytes, OBJECT_BYTES_MAX);
+    const size_t room = object_bytes_max - std::min(object_bytes, object_bytes_max);
     const int file = file_index(RIB_filename);
     if (record_requests("ObjectBegin", "ObjectEnd", &text, &line, &keep, room) ==
         RecordEnd::EndOfStream) {
@@ -279,4 +286,5 @@ void release_objects() {
     object_bytes = 0;
     objects_over_bound = false;
     drawing.clear();
+    budget_run = -1;
 }

@@ -48,16 +48,16 @@ TEST(BlobbyFieldTest, EveryOperatorMatchesTheFieldPointByPoint) {
     const std::vector<float> identity = sphere(1, 0);
     flt.insert(flt.end(), identity.begin(), identity.end());
     flt.push_back(0.25f);
-    const std::vector<int> code = {1001, 0,  1001, 16, 1002, 32, 1000, 55,  // results 0..3
-                                   0,    3,  0,    1,  2,                   // 4: a + b + s
-                                   1,    2,  0,    1,                       // 5: a * b
-                                   2,    2,  0,    2,                       // 6: max(a, s)
-                                   3,    2,  1,    3,                       // 7: min(b, c)
-                                   4,    0,  2,                             // 8: a - s
-                                   5,    5,  0,                             // 9: (a * b) / a
-                                   6,    8,                                 // 10: -(a - s)
-                                   7,    6,                                 // 11: max(a, s)
-                                   0,    7,  4,    5,  6,  7,  9,  10, 11};  // 12: their sum
+    const std::vector<int> code = {1001, 0, 1001, 16, 1002, 32, 1000, 55,       // results 0..3
+                                   0,    3, 0,    1,  2,                        // 4: a + b + s
+                                   1,    2, 0,    1,                            // 5: a * b
+                                   2,    2, 0,    2,                            // 6: max(a, s)
+                                   3,    2, 1,    3,                            // 7: min(b, c)
+                                   4,    0, 2,                                  // 8: a - s
+                                   5,    5, 0,                                  // 9: (a * b) / a
+                                   6,    8,                                     // 10: -(a - s)
+                                   7,    6,                                     // 11: max(a, s)
+                                   0,    7, 4,    5,  6,    7,  9,    10, 11};  // 12: their sum
     std::vector<BlobbyInstruction> program;
     ASSERT_EQ(decode_blobby(4, int(code.size()), code.data(), int(flt.size()), 0, &program),
               nullptr);
@@ -108,9 +108,9 @@ TEST(BlobbyFieldTest, SphereLevelSetIsClosedOnTheSphereAndFacesOut) {
     extract_level_set(grid, 0.0f, &mesh);  // the unit sphere
     ASSERT_GT(mesh.triangles.size(), 300u);
     for (size_t n = 0; n < mesh.points.size(); n += 3) {
-        const float r = std::sqrt(mesh.points[n] * mesh.points[n] +
-                                  mesh.points[n + 1] * mesh.points[n + 1] +
-                                  mesh.points[n + 2] * mesh.points[n + 2]);
+        const float r =
+            std::sqrt(mesh.points[n] * mesh.points[n] + mesh.points[n + 1] * mesh.points[n + 1] +
+                      mesh.points[n + 2] * mesh.points[n + 2]);
         ASSERT_NEAR(r, 1.0f, 0.01f);
     }
     std::map<std::pair<uint32_t, uint32_t>, int> edge_uses;
