@@ -33,7 +33,7 @@ import tempfile
 TIMEOUT_SECONDS = 900
 REPO_ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 DEFAULT_CORPUS = os.path.normpath(os.path.join(REPO_ROOT, "..", "shared", "corpus", "files"))
-REPORT_HEAD = re.compile(r"^(SEVERE ERROR|ERROR|WARNING|INFO): .* \(\d+\): (.*)$")
+REPORT_HEAD = re.compile(r"^(SEVERE ERROR|ERROR|WARNING|INFO): (?:.* \(\d+\): )?(.*)$")
 SEGMENT = re.compile(rb"^(-?\d+) (-?\d+) (-?\d+) (-?\d+) Li$", re.M)
 BOUNDING_BOX = re.compile(rb"%%BoundingBox: 1 1 (\d+) (\d+)")
 
@@ -81,6 +81,9 @@ def report_kinds(stderr):
             kinds[re.sub(r"\d+(\.\d+)?", "N", text)[:100]] += 1
         elif line.startswith("read character"):
             kinds["read character"] += 1
+            # A newline read as a character ends the line inside its quotes.
+            if line.endswith(' "') and i + 1 < len(lines) and lines[i + 1] == '"':
+                i += 1
         elif line.startswith("Writing file ("):
             pass
         elif line.strip():
