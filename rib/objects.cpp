@@ -80,15 +80,18 @@ size_t charged_bytes(const std::string& key, const RecordedObject& object) {
     return object.text->size() + key.size() + OBJECT_RECORD_BYTES;
 }
 
-// The file names are kept once each (charged like an object).
-int file_index(const char* name) {
-    const std::string file = name != nullptr ? name : "";
+// Bytes a file name costs the first time an object of that file is kept
+// (it is kept once, in a list and in its index).
+size_t file_name_bytes(const std::string& file) {
+    return file_numbers.count(file) != 0 ? 0 : 2 * file.size() + OBJECT_RECORD_BYTES;
+}
+
+int file_index(const std::string& file) {
     auto found = file_numbers.find(file);
     if (found != file_numbers.end()) return found->second;
     const int index = static_cast<int>(file_names.size());
     file_names.push_back(file);
     file_numbers.emplace(file, index);
-    object_bytes += 2 * file.size() + OBJECT_RECORD_BYTES;
     return index;
 }
 
@@ -120,6 +123,13 @@ void report_unknown(const ObjectHandle& handle) {
     }
 }
 
+void forget_object(const ObjectHandle& handle) {
+    auto old = objects.find(handle.key);
+    if (old == objects.end()) return;
+    object_bytes -= charged_bytes(old->first, old->second);
+    objects.erase(old);
+}
+
 void report_not_kept(const ObjectHandle& handle) {
     if (!objects_over_bound) {
         QuillError(RIE_LIMIT, RIE_ERROR,
@@ -130,17 +140,24 @@ void report_not_kept(const ObjectHandle& handle) {
     objects_over_bound = true;
 }
 
-// Keeps the object under its handle, in place of an earlier one of the same
-// handle, when the bound leaves room for it.
-void keep_object(const ObjectHandle& handle, RecordedObject object) {
+// Keeps the object, recorded from file, under its handle in place of an
+// earlier one of the same handle, when the bound leaves room for it. One
+// that is not kept takes the earlier one with it: the handle then names
+// nothing.
+void keep_object(const ObjectHandle& handle, std::string text, const std::string& file,
+                 int first_line) {
     auto old = objects.find(handle.key);
     const size_t freed = old != objects.end() ? charged_bytes(old->first, old->second) : 0;
-    const size_t needed = charged_bytes(handle.key, object);
-    if (object_bytes - freed + needed > object_bytes_max) {
+    const size_t needed = text.size() + handle.key.size() + OBJECT_RECORD_BYTES;
+    const size_t file_bytes = file_name_bytes(file);
+    if (object_bytes - freed + needed + file_bytes > object_bytes_max) {
         report_not_kept(handle);
+        forget_object(handle);
         return;
     }
-    object_bytes = object_bytes - freed + needed;
+    object_bytes = object_bytes - freed + needed + file_bytes;
+    RecordedObject object{std::make_shared<const std::string>(std::move(text)), file_index(file),
+                          first_line};
     if (old != objects.end()) {
         old->second = std::move(object);
     } else {
@@ -243,7 +260,7 @@ void read_object_begin() {
     const int first_line = line;
     bool keep = true;
     const size_t room = object_bytes_max - std::min(object_bytes, object_bytes_max);
-    const int file = file_index(RIB_filename);
+    const std::string file = RIB_filename != nullptr ? RIB_filename : "";
     if (record_requests("ObjectBegin", "ObjectEnd", &text, &line, &keep, room) ==
         RecordEnd::EndOfStream) {
         QuillError(RIE_SYNTAX, RIE_ERROR, "ObjectBegin %s without ObjectEnd; not kept",
@@ -252,11 +269,12 @@ void read_object_begin() {
     }
     if (!keep) {
         report_not_kept(handle);
+        forget_object(handle);
         return;
     }
     // A request last in the text is read only when white space follows it.
     text += '\n';
-    keep_object(handle, {std::make_shared<const std::string>(std::move(text)), file, first_line});
+    keep_object(handle, std::move(text), file, first_line);
 }
 
 // An ObjectEnd met while reading (not recording) closes no definition.
