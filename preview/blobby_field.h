@@ -7,13 +7,15 @@
 
 #include "preview/isosurface.h"
 
-// Instruction codes of a blobby program, as the RenderMan standard numbers
-// them and as the RIB files of the corpus use them (1001 with a 16-float
-// matrix for their ellipsoids, 0 with a count to add them): operators 0 to
-// 7 combine earlier results, leaves 1000 to 1003 make fields. Any other code
-// is an instruction this program does not know (renderers add plug-in
-// fields such as 1004 and up, or 9000); it is read as the code, a count and
-// that many operands, and stands for no field.
+// Instruction codes of a blobby program. The numbering followed is the
+// RenderMan standard's, which is the one exporters' RIB files use: their
+// ellipsoids are 1001 with the index of a 16-float matrix, joined by 0 (add)
+// with a count of operands. Operators 0 to 7 combine earlier results; leaves
+// 1000 to 1003 make fields. Numberings that put the operators at 1004 and
+// up do not match those files and are not followed. Any other code is an
+// instruction this program does not know (renderers add plug-in fields, at
+// 1004 and up, or 9000): it is read as the code, a count and that many
+// operands, and stands for no field.
 enum BlobbyCode {
     BLOBBY_ADD = 0,       // count, operands: their sum
     BLOBBY_MULTIPLY = 1,  // count, operands: their product

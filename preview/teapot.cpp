@@ -1,10 +1,12 @@
-// Geometry: the named shapes a renderer provides. "teapot" is the classic
+// Geometry: the named shapes a renderer provides. Geometry was once accepted
+// without effect, like a request that means nothing to a wireframe; drawing
+// the teapot and reporting the other kinds departs from that on purpose, as
+// scenes use it and a silent empty picture misleads. "teapot" is the classic
 // Newell teapot, its 32 bicubic Bezier patches in the data set's own
 // coordinates (height along z, the base at z = 0, the lid's knob at
 // z = 3.15), drawn patch by patch like any bicubic patch, so that it follows
 // the detail, the dumps and every output. Any other kind is reported once per
-// kind and not drawn (rather than dropped in silence as a request that means
-// nothing to a wireframe).
+// kind and not drawn.
 #include "preview/teapot.h"
 
 #include <set>
