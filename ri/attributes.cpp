@@ -297,10 +297,6 @@ void set_attribute_floor(int depth) {
     attribute_floor = depth;
 }
 
-int attribute_floor_depth() {
-    return attribute_floor;
-}
-
 int gstate_lifetime_tag(const GState* state) {
     return state_tag(state);
 }

@@ -60,8 +60,6 @@ void clear_attribute_stack();
 // Sets the depth below which RiAttributeEnd reports an underflow instead of
 // closing a level (the levels that enclose a frame); 0 lifts it.
 void set_attribute_floor(int depth);
-// The depth set by set_attribute_floor.
-int attribute_floor_depth();
 // Whether the current graphics state is a pool state whose lifetime tag
 // shares a bit with tag_bits (2: it is released at the end of the frame).
 bool current_state_tagged(int tag_bits);

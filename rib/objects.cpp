@@ -213,15 +213,24 @@ bool may_draw(const ObjectHandle& handle, size_t bytes) {
 }
 
 // Closes what the object left open, down to the levels of the instance's
-// own attribute block (attribute levels, then transformation levels).
+// own attribute block (attribute levels, then transformation levels). A
+// level that will not close (a frame's floor) ends the closing.
 void close_levels_above(int attributes, int transforms) {
-    while (attribute_stack_depth() > attributes) RiAttributeEnd();
-    while (transform_stack_depth() > transforms) RiTransformEnd();
+    for (int depth; (depth = attribute_stack_depth()) > attributes;) {
+        RiAttributeEnd();
+        if (attribute_stack_depth() >= depth) break;
+    }
+    for (int depth; (depth = transform_stack_depth()) > transforms;) {
+        RiTransformEnd();
+        if (transform_stack_depth() >= depth) break;
+    }
 }
 
-// Reads the object's text as a stream of its own inside an attribute block.
-// The block's floor keeps an AttributeEnd too many in the object from
-// closing the levels around the instance (it is reported as an underflow).
+// Reads the object's text as a stream of its own inside an attribute block,
+// exactly as if the requests stood there: an AttributeEnd too many in the
+// object closes the instance's block (and the block is then not closed
+// again), as it would in place. Levels the object leaves open are closed,
+// so that the scene after the instance is read at its own level.
 void draw_instance(const ObjectHandle& handle, const RecordedObject& object) {
     const std::shared_ptr<const std::string> text = object.text;
     const std::string label = file_names[size_t(object.file)] + " [object " + handle.label + "]";
@@ -236,18 +245,14 @@ void draw_instance(const ObjectHandle& handle, const RecordedObject& object) {
     RiAttributeBegin();
     const int attributes = attribute_stack_depth();
     const int transforms = transform_stack_depth();
-    const int floor = attribute_floor_depth();
-    set_attribute_floor(attributes);
     drawing.push_back(handle.key);
     ParseRIB_stream(stream, label.c_str(), RIBparse_searchpath(), echo, object.first_line);
     drawing.pop_back();
     std::fclose(stream);
     RIBparse_restore_state(&saved);
     RIB_echo = echo;
-    set_attribute_floor(attributes);
     close_levels_above(attributes, transforms);
-    set_attribute_floor(floor);
-    if (attribute_stack_depth() >= attributes) RiAttributeEnd();
+    if (attribute_stack_depth() == attributes) RiAttributeEnd();
 }
 
 }  // namespace
