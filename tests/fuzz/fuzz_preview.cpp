@@ -59,7 +59,7 @@ void set_options(size_t size) {
     drawing_on = 1;
     // Objects that each instance the one before twice are cut off by the
     // run's budget; a small one keeps such inputs within the time limit.
-    object_nested_instances_max = 20000;
+    object_nested_instances_max = 2000;
     object_nested_bytes_max = 16 << 20;
 }
 

@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // byte budget; a small one keeps such inputs within the time limit.
     archive_nested_bytes_max = 16 << 20;
     // Objects that instance the one before twice, the same way.
-    object_nested_instances_max = 20000;
+    object_nested_instances_max = 2000;
     object_nested_bytes_max = 16 << 20;
     drawing_on = 1;
     reset_interface_state();
