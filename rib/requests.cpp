@@ -377,7 +377,10 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
+        // A word that meets the end of input may have been cut there and is
+        // dropped; a token of the binary encoding is whole once its last byte
+        // is read, so a binary file's last request is still carried out.
+        if (code == TOKEN_EOF || (RIBparse_at_eof() && !RIBparse_token_was_binary())) return;
         switch (code) {
             case '\n':
             case '\r':
@@ -388,14 +391,6 @@ void read_requests(const char* searchpath) {
                 break;
             case TOKEN_IDENTIFIER:
                 select_and_dispatch(token, &frame);
-                break;
-            case TOKEN_END:
-                // A byte 255 with more input after it (at the end of input
-                // the end flag is set, and the loop has already ended). This
-                // departs from taking every 255 for the end of the file: the
-                // byte is reported as a syntax error and skipped, and the
-                // rest of the file is read.
-                rib_syntax_error("unexpected byte 255");
                 break;
             default:
                 report_stray(code);
