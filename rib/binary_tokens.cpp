@@ -13,7 +13,8 @@
 //   205 + w, w+1 bytes k, a string  defines string number k
 //   207 + w, w+1 bytes k       the string defined as number k
 //   any other byte             reserved (255 ends a procedural's output and
-//                              means nothing in a file)
+//                              means nothing inside a file; as its last
+//                              byte it is taken for the end quietly)
 //
 // The two string forms follow the published encoding, where the tokenizer
 // once took the byte 144 + l or 160 + l itself as part of the string; every
@@ -309,6 +310,9 @@ int decode(RibTokenView* token, int b) {
     if (b == FIRST_STRING_REFERENCE || b == FIRST_STRING_REFERENCE + 1) {
         return string_reference(token, b);
     }
+    // A 255 that is the last byte of the stream marks its end, as the end of
+    // a procedural's output does, and is not reported.
+    if (b == 255 && rib_input.at_eof) return 0;
     report("Reserved byte %lld", b);
     return 0;
 }

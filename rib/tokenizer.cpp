@@ -685,9 +685,11 @@ int read_RIB_token(char* text) {
     return code;
 }
 
+// At end of input the pushed-back token is dropped, as a word cut by the
+// end is; a binary token is whole there and is kept.
 int RIBparse_return_token(const char* text, int code) {
     current.pushback_numeric = 0;
-    if (input_exhausted()) {
+    if (input_exhausted() && !current.last_binary) {
         current.pushback_full = 0;
         current.pushback_text[0] = '\0';
         current.pushback_code = TOKEN_EOF;

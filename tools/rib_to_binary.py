@@ -176,8 +176,10 @@ class Encoder:
         return True
 
 
-def encode(data, define_strings=False, doubles=False, mix=0):
-    enc = Encoder(define_strings, doubles, mix)
+def encode_into(enc, data):
+    """Encodes data with the encoder (its definitions go on from what it
+    wrote before) and returns the bytes written for it."""
+    start = len(enc.out)
     items = list(tokens(data))
     i = 0
     while i < len(items):
@@ -186,7 +188,7 @@ def encode(data, define_strings=False, doubles=False, mix=0):
             j = i + 1
             while j < len(items) and items[j][0] == "number":
                 j += 1
-            if j < len(items) and items[j][0] == "]" and j > i + 1 and not doubles:
+            if j < len(items) and items[j][0] == "]" and j > i + 1 and not enc.doubles:
                 if enc.array([t for _, t in items[i + 1:j]]):
                     i = j + 1
                     continue
@@ -202,7 +204,11 @@ def encode(data, define_strings=False, doubles=False, mix=0):
         else:
             enc.number(text)
         i += 1
-    return bytes(enc.out)
+    return bytes(enc.out[start:])
+
+
+def encode(data, define_strings=False, doubles=False, mix=0):
+    return encode_into(Encoder(define_strings, doubles, mix), data)
 
 
 def main():
