@@ -14,6 +14,7 @@
 
 #include "rib/parameter_lists.h"
 #include "rib/requests.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/declarations.h"
 #include "support/error.h"
@@ -152,9 +153,13 @@ struct ListState {
 // Reads the next token; if it is a quoted string, leaves its text in name and
 // returns true, else pushes it back.
 bool next_name(char* name) {
-    const int code = read_RIB_token(name);
-    if (code == TOKEN_STRING) return true;
-    RIBparse_return_token(name, code);
+    RibTokenView token;
+    const int code = scan_RIB_token(&token);
+    if (code == TOKEN_STRING) {
+        materialize_token(token, name);
+        return true;
+    }
+    return_token_view(token);
     return false;
 }
 

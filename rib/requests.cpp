@@ -11,6 +11,7 @@
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
 #include "rib/rib_files.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
@@ -314,8 +315,7 @@ struct KeywordCacheEntry {
 };
 KeywordCacheEntry keyword_cache[256];
 
-REACTION* find_request_row(const char* word) {
-    const size_t length = strlen(word);
+REACTION* find_request_row(const char* word, size_t length) {
     if (length == 0) return match_identifier(word);
     const auto first = static_cast<unsigned char>(word[0]);
     const auto last = static_cast<unsigned char>(word[length - 1]);
@@ -324,13 +324,15 @@ REACTION* find_request_row(const char* word) {
         return entry.row;
     }
     REACTION* row = match_identifier(word);
-    if (row) entry = {row->keyword, length, row};
+    // A word with a NUL inside (a binary string) matches by its text up to
+    // the NUL and is not kept: the cache compares whole lengths.
+    if (row && strlen(row->keyword) == length) entry = {row->keyword, length, row};
     return row;
 }
 
-void select_and_dispatch(const char* word, long* frame) {
+void select_and_dispatch(const char* word, size_t length, long* frame) {
     // One keyword lookup serves both the frame counting and the dispatch.
-    REACTION* row = find_request_row(word);
+    REACTION* row = find_request_row(word, length);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
     bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
@@ -376,7 +378,9 @@ void read_requests(const char* searchpath) {
     char token[RIB_TOKEN_MAX];
     long frame = -1;
     do {
-        int code = read_RIB_token(token);
+        RibTokenView view;
+        int code = scan_RIB_token(&view);
+        if (code != TOKEN_EOF) materialize_token(view, token);
         // A word that meets the end of input may have been cut there and is
         // dropped; a token of the binary encoding is whole once its last byte
         // is read, so a binary file's last request is still carried out.
@@ -390,7 +394,7 @@ void read_requests(const char* searchpath) {
                 structure_comment(searchpath);
                 break;
             case TOKEN_IDENTIFIER:
-                select_and_dispatch(token, &frame);
+                select_and_dispatch(token, static_cast<size_t>(view.length), &frame);
                 break;
             default:
                 report_stray(code);

@@ -619,6 +619,14 @@ int scan_blanks_and_word(RibTokenView* token) {
 }
 
 int take_pushback(RibTokenView* token) {
+    if (current.pushback_view) {
+        token->code = current.pushback_code;
+        token->text = current.pushback_view;
+        token->length = current.pushback_length;
+        current.pushback_full = 0;
+        current.pushback_view = nullptr;
+        return token->code;
+    }
     const size_t length = strlen(current.pushback_text);
     memcpy(spill, current.pushback_text, length + 1);
     current.pushback_full = 0;
@@ -689,6 +697,7 @@ int read_RIB_token(char* text) {
 // end is; a binary token is whole there and is kept.
 int RIBparse_return_token(const char* text, int code) {
     current.pushback_numeric = 0;
+    current.pushback_view = nullptr;
     if (input_exhausted() && !current.last_binary) {
         current.pushback_full = 0;
         current.pushback_text[0] = '\0';
@@ -708,6 +717,16 @@ void return_token_view(const RibTokenView& token) {
         RIBparse_return_token("", token.code);
         current.pushback_numeric = current.pushback_full;
         current.pushback_number = token.number;
+        return;
+    }
+    const char* buffer = reinterpret_cast<const char*>(current.buffer);
+    if (buffer && token.text >= buffer &&
+        token.text + token.length <= buffer + current.buffer_len) {
+        RIBparse_return_token("", token.code);
+        if (current.pushback_full) {
+            current.pushback_view = token.text;
+            current.pushback_length = token.length;
+        }
         return;
     }
     char text[RIB_TOKEN_MAX];

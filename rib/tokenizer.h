@@ -46,7 +46,11 @@ struct RibStreamState {
     int line;         // private line counter, kept with RIB_lineno
     char pushback_text[RIB_TOKEN_MAX];
     int pushback_code;
-    int pushback_full;     // the slot holds a token (its text may be empty)
+    int pushback_full;  // the slot holds a token (its text may be empty)
+    // Or the pushed-back text where it lies in this stream's read buffer:
+    // nothing is read before the token is taken again, so it stays there.
+    const char* pushback_view;
+    int pushback_length;
     int pushback_numeric;  // a number pushed back with its exact value
     double pushback_number;
     // Binary encoding: the requests and strings the stream has defined

@@ -241,6 +241,11 @@ void skip_blanks(const char*& text) {
 
 bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed,
                                     const char** rest) {
+    // A declaration has a blank after its type word; a plain name, which is
+    // what nearly every list holds, has none and is known at once.
+    const char* blank = text;
+    while (*blank != '\0' && !is_blank(*blank)) ++blank;
+    if (*blank == '\0') return false;
     const size_t nclasses = sizeof inline_classes / sizeof inline_classes[0];
     const size_t ntypes = sizeof inline_types / sizeof inline_types[0];
     skip_blanks(text);
