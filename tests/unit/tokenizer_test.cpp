@@ -425,12 +425,11 @@ TEST_F(TokenizerTest, ReadsAcrossBufferRefillsFromStdioAndDescriptors) {
 // must come out as it does away from the boundary, with the same line count
 // (the comment's newline uncounted).
 TEST_F(TokenizerTest, TokensAcrossTheRefillBoundaryMatchTokensInsideTheBuffer) {
-    const std::string tail = std::string(
+    const std::string tail =
         "Sphere_2 -1.5e+3 \"quoted s\" # comment\r\n  [7] .5E-2\r\n\"two\r\nlines\\t\\101\" "
         "\xc8\x01\x3f\xc0\x00\x00\xcd\x00\x92"
         "ab\xcf\x00\xa5\x40\x04\x00\x00\x00\x00\x00\x00"
-        "\r\"x\" -",
-        106);
+        "\r\"x\" -"s;
     const Tokens expected(
         "A1\" [1]1\"[1]\"1\"1",
         "Sphere_2|-1.5e+3|quoted s| |[|7|]|.5E-2|two\r\nlines\tA|[|1.5|]|ab|2.5|x|-");
