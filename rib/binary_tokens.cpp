@@ -317,6 +317,13 @@ int decode(RibTokenView* token, int b) {
     return 0;
 }
 
+// A form cut by the end of input gives the end-of-input token, with an empty
+// text as every reader expects of it.
+int ended(RibTokenView* token, int code) {
+    if (code == TOKEN_EOF) text_token(token, TOKEN_EOF, "", 0);
+    return code;
+}
+
 }  // namespace
 
 int scan_binary_token(RibTokenView* token) {
@@ -324,7 +331,7 @@ int scan_binary_token(RibTokenView* token) {
     form_offset = rib_input_offset();
     rib_input.last_binary = 1;
     rib_advance();
-    return decode(token, b);
+    return ended(token, decode(token, b));
 }
 
 int next_array_token(RibTokenView* token) {
@@ -335,7 +342,7 @@ int next_array_token(RibTokenView* token) {
         if (!take_single(&value)) {
             rib_input.array_left = 0;
             rib_input.array_close = 0;
-            return cut_off();
+            return ended(token, cut_off());
         }
         --rib_input.array_left;
         return number(token, value);
