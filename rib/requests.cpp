@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/archive_reads.h"
 #include "rib/modern_geometry.h"
 #include "rib/conditionals.h"
 #include "rib/modern_requests.h"
@@ -330,6 +331,14 @@ REACTION* find_request_row(const char* word, size_t length) {
     return row;
 }
 
+// A word that ended the input (no white space after it): a request there is
+// not carried out, but a word that is no request is reported like any
+// other, where its request would have been carried out.
+void report_last_word(const char* word, size_t length, long frame) {
+    if (find_request_row(word, length) != nullptr) return;
+    if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
+}
+
 void select_and_dispatch(const char* word, size_t length, long* frame) {
     // One keyword lookup serves both the frame counting and the dispatch.
     REACTION* row = find_request_row(word, length);
@@ -384,7 +393,12 @@ void read_requests(const char* searchpath) {
         // A word that meets the end of input may have been cut there and is
         // dropped; a token of the binary encoding is whole once its last byte
         // is read, so a binary file's last request is still carried out.
-        if (code == TOKEN_EOF || (RIBparse_at_eof() && !RIBparse_token_was_binary())) return;
+        if (code == TOKEN_EOF || (RIBparse_at_eof() && !RIBparse_token_was_binary())) {
+            if (code == TOKEN_IDENTIFIER) {
+                report_last_word(token, static_cast<size_t>(view.length), frame);
+            }
+            return;
+        }
         switch (code) {
             case '\n':
             case '\r':
@@ -457,10 +471,17 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
-// Reads an open stream to its end (or past the last selected frame).
+// Streams being read, the outermost first: archives, and anything else
+// read in the middle of a stream, are read inside the stream of the file
+// the program was given.
+int streams_open = 0;
+
+// Reads an open stream to its end (or past the last selected frame). The
+// outermost stream starts a fresh budget of archive reads.
 int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     if (echo >= 2) fprintf(stderr, "[%s]\n", name);
     if (RIBparse_open_stream(f, name) != 0) return -1;
+    if (streams_open++ == 0) archive_budget_file_begins();
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
     conditionals_stream_begin();
@@ -468,6 +489,7 @@ int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     conditionals_stream_end();
     current_searchpath = outer_searchpath;
     RIBparse_close_stream();
+    --streams_open;
     return 0;
 }
 
