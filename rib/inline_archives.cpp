@@ -235,10 +235,12 @@ bool read_procedural_strings(std::vector<std::string>* strings) {
 // the far plane, or past one of the four planes through the eye and the
 // screen's edges, widened by a pixel). The box is convex, so none of it
 // can be seen then. Outside the world nothing is culled, nor under the dump
-// options, which print the geometry whatever the camera sees.
+// options, which print the geometry whatever the camera sees, nor in a
+// check, which reads every archive.
 bool bound_off_screen(const float bound[6]) {
     // A null camera or current transformation is the identity.
-    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0 || dump_diced_rib != 0) {
+    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0 || dump_diced_rib != 0 ||
+        check_only) {
         return false;
     }
     const GOptions& o = *renderer;

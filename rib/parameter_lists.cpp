@@ -20,6 +20,7 @@
 #include "support/error.h"
 #include "support/inline_declarations.h"
 #include "support/memory.h"
+#include "support/report_output.h"
 
 using rib_lists::RunBuffer;
 
@@ -274,6 +275,15 @@ int read_string_value(ListPacker& pack, PackedPair* pair) {
 }
 
 // A declared name's value, read by its type. Returns 1 (pair kept) or -1.
+// The note for a declaration whose type has no reader: its name, storage
+// class and type code.
+void write_no_good_decl_note(const char* name, const Declaration& decl) {
+    const std::string note = std::string("Error: no good decl on ") + name + " " +
+                             Declaration::detailname(decl.detail) + " " +
+                             std::to_string(int(decl.type));
+    write_note(note.data(), note.size());
+}
+
 int read_declared_value(const Declaration& decl, const char* name, ListPacker& pack,
                         PackedPair* pair) {
     const int count = std::max<int>(decl.count, 0);
@@ -297,8 +307,7 @@ int read_declared_value(const Declaration& decl, const char* name, ListPacker& p
             // type): the pair is kept without values, and its values, if
             // any, are left in the input. The message gives the name, the
             // storage class and the type code.
-            std::fprintf(stderr, "Error: no good decl on %s %s %d\n", name,
-                         Declaration::detailname(decl.detail), int(decl.type));
+            write_no_good_decl_note(name, decl);
             pair->value = pack.reserve(0);
             return pair->value < 0 ? -1 : 1;
     }

@@ -16,9 +16,17 @@
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
+#include "support/report_output.h"
 
 int drawing_on = 1;
 int echo_requests = 0;
+int rib_request_line = 0;
+
+namespace {
+
+bool reading_stopped = false;
+
+}  // namespace
 
 namespace {
 
@@ -340,6 +348,7 @@ void report_last_word(const char* word, size_t length, long frame) {
 }
 
 void select_and_dispatch(const char* word, size_t length, long* frame) {
+    rib_request_line = RIB_lineno;
     // One keyword lookup serves both the frame counting and the dispatch.
     REACTION* row = find_request_row(word, length);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
@@ -377,7 +386,9 @@ void structure_comment(const char* searchpath) {
 
 void report_stray(int code) {
     if (drawing_on == 1 && code != ' ' && code != '\n' && code != '\t') {
-        fprintf(stderr, "read character %d  \"%c\"\n", code, code);
+        char note[64];
+        const int length = snprintf(note, sizeof note, "read character %d  \"%c\"", code, code);
+        write_note(note, static_cast<size_t>(length));
     }
 }
 
@@ -414,7 +425,7 @@ void read_requests(const char* searchpath) {
                 report_stray(code);
                 break;
         }
-    } while (frame <= end_frame);
+    } while (frame <= end_frame && !reading_stopped);
 }
 
 }  // namespace
@@ -512,11 +523,24 @@ int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo)
     return read_stream(f, name, searchpath, echo);
 }
 
+void RIBparse_stop_reading() {
+    reading_stopped = true;
+}
+
+void RIBparse_resume_reading() {
+    reading_stopped = false;
+}
+
+bool RIBparse_reading_stopped() {
+    return reading_stopped;
+}
+
 const char* RIBparse_searchpath() {
     return current_searchpath;
 }
 
 void RIBparse_dispatch(const char* keyword) {
+    rib_request_line = RIB_lineno;
     dispatch_row(keyword, match_identifier(keyword));
 }
 
