@@ -99,6 +99,7 @@ void X11VectorPreviewer::add_sink(std::unique_ptr<LineSink> sink) {
 // page is opened right after it, once per run, so that every frame goes onto
 // the one page.
 void X11VectorPreviewer::Prepare_XWindow() {
+    if (outputs_deferred_) return;
     if (pictures_wanted()) {
         prepare_pictures();
         return;
@@ -125,6 +126,11 @@ void X11VectorPreviewer::go_on_without_window() {
     QuillError(RIE_SYSTEM, RIE_WARNING,
                "Could not open X11 display; the dump goes on without a window.");
     if (dump_postscript) open_postscript();
+}
+
+void X11VectorPreviewer::decide_outputs() {
+    outputs_deferred_ = false;
+    if (in_world_) Prepare_XWindow();
 }
 
 // With picture files asked for, the pictures (and the PostScript page) are

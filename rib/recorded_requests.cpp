@@ -7,8 +7,35 @@
 #include "rib/tokenizer.h"
 #include "support/error.h"
 
-// A string is written back between double quotes as the tokenizer handed
-// it out; the tokenizer must read it back to the same text.
+namespace {
+
+// Appends a string token quoted, with the escapes that make the tokenizer
+// read back the same text.
+void append_quoted(std::string* text, const char* token) {
+    *text += '"';
+    for (const char* p = token; *p; ++p) {
+        switch (*p) {
+            case '"':
+                *text += "\\\"";
+                break;
+            case '\\':
+                *text += "\\\\";
+                break;
+            case '\n':
+                *text += "\\n";
+                break;
+            case '\r':
+                *text += "\\r";
+                break;
+            default:
+                *text += *p;
+        }
+    }
+    *text += '"';
+}
+
+}  // namespace
+
 void append_recorded_token(std::string* text, int* line, int code, const char* token) {
     if (RIB_lineno > *line) {
         text->append(static_cast<size_t>(RIB_lineno - *line), '\n');
@@ -17,9 +44,7 @@ void append_recorded_token(std::string* text, int* line, int code, const char* t
         *text += ' ';
     }
     if (code == TOKEN_STRING) {
-        *text += '"';
-        *text += token;
-        *text += '"';
+        append_quoted(text, token);
     } else if (code == TOKEN_HASH) {
         *text += "##";
     } else {

@@ -10,6 +10,7 @@
 #include "driver/globals.h"
 #include "preview/x11_previewer.h"
 #include "ri/renderer.h"
+#include "rib/archive_reads.h"
 #include "rib/objects.h"
 #include "rib/requests.h"
 
@@ -37,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     x11_window_enabled = 0;  // the reader is under test, not the window
     // Archives that read each other twice at every level are cut off by a
     // byte budget; a small one keeps such inputs within the time limit.
-    archive_nested_bytes_max = 16 << 20;
+    archive_bytes_max = 16 << 20;
     // Objects that instance the one before twice, the same way.
     object_nested_instances_max = 2000;
     object_nested_bytes_max = 16 << 20;
