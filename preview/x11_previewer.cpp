@@ -17,6 +17,7 @@
 #include "preview/x11_window.h"
 #include "ri/attributes.h"
 #include "rib/requests.h"
+#include "support/error.h"
 #include "support/memory.h"
 
 int detail_level = 1;
@@ -107,16 +108,36 @@ void X11VectorPreviewer::Prepare_XWindow() {
         prepare_pictures();
         return;
     }
-    if (window_ || !x11_window_enabled) return;
+    if (window_ || !x11_window_enabled || window_given_up_) return;
+    // The dumps print geometry and need no window: without a display they
+    // go on, which departs from ending the program at a display that cannot
+    // be opened. Without a dump the display stays required.
+    const bool dumping = dump_diced_rib != 0;
     if (window_hold == nullptr) {
-        window_ = X11Window::open(x_display_name, xres, yres);
+        window_ = X11Window::open(x_display_name, xres, yres, !dumping);
     } else if (window_hold->draw) {
-        if (!window_hold->window) window_hold->window = X11Window::open(x_display_name, xres, yres);
+        // The interactive window is kept across readings of the files.
+        if (!window_hold->window)
+            window_hold->window = X11Window::open(x_display_name, xres, yres, !dumping);
         window_ = window_hold->window;
+    } else {
+        return;  // a reading again only refills the store; the window draws it
     }
-    if (!window_) return;
+    if (!window_) {
+        if (dumping) go_on_without_window();
+        return;
+    }
     display = window_->display;
     add_sink(std::make_unique<X11PixmapSink>(*window_));
+    if (dump_postscript) open_postscript();
+}
+
+// Said once; the dumps and the PostScript page are written as with a window,
+// and no later world tries the display again.
+void X11VectorPreviewer::go_on_without_window() {
+    window_given_up_ = true;
+    QuillError(RIE_SYSTEM, RIE_WARNING,
+               "Could not open X11 display; the dump goes on without a window.");
     if (dump_postscript) open_postscript();
 }
 

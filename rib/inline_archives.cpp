@@ -26,6 +26,7 @@
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
 #include "rib/request_place.h"
+#include "rib/recorded_requests.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
@@ -54,52 +55,6 @@ struct RecordedArchive {
 std::map<std::string, RecordedArchive> archives;
 size_t recorded_bytes = 0;
 
-// Appends one token as RIB text, after the newlines (or blank) that put it
-// on its own line.
-void append_token(std::string& text, int* line, int code, const char* token) {
-    if (RIB_lineno > *line) {
-        text.append(static_cast<size_t>(RIB_lineno - *line), '\n');
-        *line = RIB_lineno;
-    } else {
-        text += ' ';
-    }
-    if (code == TOKEN_STRING) {
-        text += '"';
-        text += token;
-        text += '"';
-    } else if (code == TOKEN_HASH) {
-        text += "##";
-    } else {
-        text += token;
-    }
-}
-
-enum class RecordEnd { ArchiveEnd, EndOfStream };
-
-// Records tokens up to the ArchiveEnd that closes this archive (nested
-// ArchiveBegin blocks are recorded with it). With keep false the tokens
-// are only read.
-RecordEnd record_tokens(std::string& text, int* line, bool* keep) {
-    char token[RIB_TOKEN_MAX];
-    int nested = 0;
-    for (;;) {
-        const int code = read_RIB_token(token);
-        if (code == TOKEN_EOF || code == TOKEN_END || RIBparse_at_eof()) {
-            return RecordEnd::EndOfStream;
-        }
-        if (code == TOKEN_IDENTIFIER && std::strcmp(token, "ArchiveBegin") == 0) ++nested;
-        if (code == TOKEN_IDENTIFIER && std::strcmp(token, "ArchiveEnd") == 0 && nested-- == 0) {
-            return RecordEnd::ArchiveEnd;
-        }
-        if (!*keep) continue;
-        append_token(text, line, code, token);
-        if (recorded_bytes + text.size() > RECORDED_BYTES_MAX) {
-            *keep = false;
-            text.clear();
-        }
-    }
-}
-
 std::string replay_name(const RecordedArchive& archive, const char* name) {
     std::string label = archive.file + " [archive \"" + name + "\"";
     if (archive.first_line > LINE_PADDING_MAX) {
@@ -120,7 +75,9 @@ void read_archive_begin() {
     archive.place_shift = current_source_line() - RIB_lineno;
     int line = RIB_lineno;
     bool keep = true;
-    if (record_tokens(archive.text, &line, &keep) == RecordEnd::EndOfStream) {
+    const size_t room = RECORDED_BYTES_MAX - recorded_bytes;
+    if (record_requests("ArchiveBegin", "ArchiveEnd", &archive.text, &line, &keep, room) ==
+        RecordEnd::EndOfStream) {
         QuillError(RIE_SYNTAX, RIE_ERROR, "ArchiveBegin \"%s\" without ArchiveEnd; not kept", name);
         return;
     }

@@ -14,6 +14,7 @@
 
 #include "rib/parameter_lists.h"
 #include "rib/requests.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/declarations.h"
 #include "support/error.h"
@@ -129,12 +130,22 @@ class ListPacker {
 };
 
 // Shared bookkeeping of both list readers: the pair records, the one-time
-// "too many" report, and the end of the list.
+// "too many" report, and the end of the list. One record serves every list
+// (taken with fresh()): building the pair array for each request cost more
+// than reading a short list. No list is read while another is being read.
 struct ListState {
     ListPacker pack;
     PackedPair pairs[RIB_PARAM_MAX];
     int n = 0;
     bool too_many = false;
+
+    static ListState& fresh() {
+        static ListState state;
+        state.pack = ListPacker();
+        state.n = 0;
+        state.too_many = false;
+        return state;
+    }
 
     // Whether a pair starting now can be kept; reports the first that cannot.
     bool room_for_pair() {
@@ -153,9 +164,13 @@ struct ListState {
 // Reads the next token; if it is a quoted string, leaves its text in name and
 // returns true, else pushes it back.
 bool next_name(char* name) {
-    const int code = read_RIB_token(name);
-    if (code == TOKEN_STRING) return true;
-    RIBparse_return_token(name, code);
+    RibTokenView token;
+    const int code = scan_RIB_token(&token);
+    if (code == TOKEN_STRING) {
+        materialize_token(token, name);
+        return true;
+    }
+    return_token_view(token);
     return false;
 }
 
@@ -348,7 +363,7 @@ int read_undeclared_value(const char* name, ListPacker& pack, PackedPair* pair) 
 // ---- typed list ----
 
 int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
-    ListState state;
+    ListState& state = ListState::fresh();
     char written[RIB_TOKEN_MAX];
     inline_declarations_clear();
     while (next_name(written)) {
@@ -399,7 +414,7 @@ bool read_primitive_value(ListPacker& pack, PackedPair* pair, int* count) {
 }  // namespace
 
 int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int counts[]) {
-    ListState state;
+    ListState& state = ListState::fresh();
     int vertices = 4;
     int pair_counts[RIB_PARAM_MAX];
     char written[RIB_TOKEN_MAX];

@@ -13,6 +13,7 @@
 #include "rib/parameters.h"
 #include "rib/request_place.h"
 #include "rib/rib_files.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
@@ -50,7 +51,9 @@ REACTION modern_geometry_row(const char* keyword, F function) {
 // "Hider" names RiHider, the variadic form, under code 12; the dispatcher
 // calls it with an empty list (see call_with_parameters).
 // "PointsGeneralPolygons" names RiGeneralPolygonV: the geometry reader picks
-// the procedure by keyword.
+// the procedure by keyword. ObjectBegin, ObjectEnd and ObjectInstance are
+// read by rib/objects.cpp, which records definitions instead of calling
+// RiObjectBegin and RiObjectEnd (ObjectEnd is therefore a special request).
 REACTION reactions[] = {
     request_row("Translate", RiTranslate, 8),
     request_row("ConcatTransform", RiConcatTransform, 5),
@@ -112,7 +115,7 @@ REACTION reactions[] = {
     geometry_row("TrimCurve", RiTrimCurve, 255),
     request_row("Geometry", RiGeometryV, 12),
     request_row("ObjectBegin", RiObjectBegin, 255),
-    request_row("ObjectEnd", RiObjectEnd, 0),
+    request_row("ObjectEnd", RiObjectEnd, 255),
     request_row("ObjectInstance", RiObjectInstance, 255),
     request_row("MotionBegin", RiMotionBeginV, 255),
     request_row("MotionEnd", RiMotionEnd, 0),
@@ -324,8 +327,7 @@ struct KeywordCacheEntry {
 };
 KeywordCacheEntry keyword_cache[256];
 
-REACTION* find_request_row(const char* word) {
-    const size_t length = strlen(word);
+REACTION* find_request_row(const char* word, size_t length) {
     if (length == 0) return match_identifier(word);
     const auto first = static_cast<unsigned char>(word[0]);
     const auto last = static_cast<unsigned char>(word[length - 1]);
@@ -334,22 +336,24 @@ REACTION* find_request_row(const char* word) {
         return entry.row;
     }
     REACTION* row = match_identifier(word);
-    if (row) entry = {row->keyword, length, row};
+    // A word with a NUL inside (a binary string) matches by its text up to
+    // the NUL and is not kept: the cache compares whole lengths.
+    if (row && strlen(row->keyword) == length) entry = {row->keyword, length, row};
     return row;
 }
 
 // A word that ended the input (no white space after it): a request there is
 // not carried out, but a word that is no request is reported like any
 // other, where its request would have been carried out.
-void report_last_word(const char* word, long frame) {
-    if (find_request_row(word) != nullptr) return;
+void report_last_word(const char* word, size_t length, long frame) {
+    if (find_request_row(word, length) != nullptr) return;
     if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
 }
 
-void select_and_dispatch(const char* word, long* frame) {
+void select_and_dispatch(const char* word, size_t length, long* frame) {
     rib_request_line = RIB_lineno;
     // One keyword lookup serves both the frame counting and the dispatch.
-    REACTION* row = find_request_row(word);
+    REACTION* row = find_request_row(word, length);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
     bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
@@ -397,9 +401,16 @@ void read_requests(const char* searchpath) {
     char token[RIB_TOKEN_MAX];
     long frame = -1;
     do {
-        int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF) {
-            if (code == TOKEN_IDENTIFIER) report_last_word(token, frame);
+        RibTokenView view;
+        int code = scan_RIB_token(&view);
+        if (code != TOKEN_EOF) materialize_token(view, token);
+        // A word that meets the end of input may have been cut there and is
+        // dropped; a token of the binary encoding is whole once its last byte
+        // is read, so a binary file's last request is still carried out.
+        if (code == TOKEN_EOF || (RIBparse_at_eof() && !RIBparse_token_was_binary())) {
+            if (code == TOKEN_IDENTIFIER) {
+                report_last_word(token, static_cast<size_t>(view.length), frame);
+            }
             return;
         }
         switch (code) {
@@ -411,15 +422,7 @@ void read_requests(const char* searchpath) {
                 structure_comment(searchpath);
                 break;
             case TOKEN_IDENTIFIER:
-                select_and_dispatch(token, &frame);
-                break;
-            case TOKEN_END:
-                // A byte 255 with more input after it (at the end of input
-                // the end flag is set, and the loop has already ended). This
-                // departs from taking every 255 for the end of the file: the
-                // byte is reported as a syntax error and skipped, and the
-                // rest of the file is read.
-                rib_syntax_error("unexpected byte 255");
+                select_and_dispatch(token, static_cast<size_t>(view.length), &frame);
                 break;
             default:
                 report_stray(code);
@@ -482,6 +485,15 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
+// Counts the line of the stream just opened as line: the whole reader state
+// is moved out, its line counter set, and moved back in.
+void start_counting_lines_at(int line) {
+    RibStreamState state;
+    RIBparse_save_state(&state);
+    state.line = line;
+    RIBparse_restore_state(&state);
+}
+
 // Streams being read, the outermost first: archives, and anything else
 // read in the middle of a stream, are read inside the stream of the file
 // the program was given.
@@ -489,9 +501,10 @@ int streams_open = 0;
 
 // Reads an open stream to its end (or past the last selected frame). The
 // outermost stream starts a fresh budget of archive reads.
-int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
+int read_stream(FILE* f, const char* name, const char* searchpath, int echo, int first_line) {
     if (echo >= 2) fprintf(stderr, "[%s]\n", name);
     if (RIBparse_open_stream(f, name) != 0) return -1;
+    if (first_line != 1) start_counting_lines_at(first_line);
     if (streams_open++ == 0) archive_budget_file_begins();
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
@@ -514,14 +527,14 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
         if (!f) return -1;
     }
     const SourcePlacement in_itself(nullptr, 0);
-    int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
+    int result = read_stream(f, filename ? filename : "stdin", searchpath, echo, 1);
     if (filename) fclose(f);
     return result;
 }
 
-int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo) {
+int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo, int first_line) {
     prepare_reading(echo);
-    return read_stream(f, name, searchpath, echo);
+    return read_stream(f, name, searchpath, echo, first_line);
 }
 
 void RIBparse_stop_reading() {
