@@ -48,6 +48,23 @@ class RecentKeys {
     uint64_t epoch_;  // the epoch number, in the bits above the key
 };
 
+// Lines are remembered by a key of 52 bits, made when their ends lie in a
+// range of coordinates of 13 bits each, around a picture of up to 4096
+// pixels a side.
+constexpr int LINE_KEY_MIN = -2048, LINE_KEY_MAX = 6143;
+
+inline bool line_keyable(int x0, int y0, int x1, int y1) {
+    auto in = [](int v) {
+        return unsigned(v - LINE_KEY_MIN) <= unsigned(LINE_KEY_MAX - LINE_KEY_MIN);
+    };
+    return in(x0) && in(y0) && in(x1) && in(y1);
+}
+
+inline uint64_t line_key(int x0, int y0, int x1, int y1) {
+    auto field = [](int v) { return uint64_t(v - LINE_KEY_MIN); };
+    return field(x0) << 39 | field(y0) << 26 | field(x1) << 13 | field(y1);
+}
+
 // The pixels the server's thin line draws for each offset between its ends
 // up to REACH pixels each way, relative to the line's first end (found by
 // probe_short_lines in preview/x11_window.h). The protocol promises that a
@@ -159,14 +176,8 @@ class WindowCuller {
 
   private:
     bool repeats_sent_line(int x0, int y0, int x1, int y1) {
-        return keyable(x0) && keyable(y0) && keyable(x1) && keyable(y1) &&
-               lines_.seen(line_key(x0, y0, x1, y1));
+        return line_keyable(x0, y0, x1, y1) && lines_.seen(line_key(x0, y0, x1, y1));
     }
-    // Lines are remembered when their ends lie in this range of coordinates
-    // (13 bits each, around a window of at most 4096 pixels a side), so that
-    // a line's key takes 52 bits.
-    static constexpr int KEY_MIN = -2048, KEY_MAX = 6143;
-    static bool keyable(int v) { return unsigned(v - KEY_MIN) <= unsigned(KEY_MAX - KEY_MIN); }
     // Looking lines up costs about what the server saves on a repeat; when a
     // batch finds few repeats (a scene of long lines drawn once, as a mesh
     // is), the next batches send their longer lines unlooked-up.
@@ -179,10 +190,6 @@ class WindowCuller {
     }
     static constexpr size_t MIN_LOOK_UPS = 1024, REPEAT_SHARE = 16, BATCHES_SKIPPED = 15;
     size_t skipped_batches_ = 0;
-    static uint64_t line_key(int x0, int y0, int x1, int y1) {
-        auto field = [](int v) { return uint64_t(v - KEY_MIN); };
-        return field(x0) << 39 | field(y0) << 26 | field(x1) << 13 | field(y1);
-    }
     const bool short_known_;
     // Each pattern's pixels, with their place in the bitmap relative to the
     // line's first end (which the pixels' bits are, row by row).

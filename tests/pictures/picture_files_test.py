@@ -220,18 +220,19 @@ def expected_midpoints(segments):
 
 
 def same_midpoints(found, expected):
-    """Whether the two lists pair off, each point within 0.01 of its partner
-    (vector files round their coordinates)."""
-    if len(found) != len(expected):
+    """Whether the two lists hold the same points, each within 0.01 of a
+    partner (vector files round their coordinates). A line drawn twice in one
+    stroke is held once, so repeats are not counted."""
+    def distinct(points):
+        kept = []
+        for p in sorted(points):
+            if not any(abs(p[0] - q[0]) <= 0.01 and abs(p[1] - q[1]) <= 0.01 for q in kept):
+                kept.append(p)
+        return kept
+    left, right = distinct(found), distinct(expected)
+    if len(left) != len(right):
         return False
-    left = sorted(found)
-    for point in sorted(expected):
-        match = next((i for i, p in enumerate(left)
-                      if abs(p[0] - point[0]) <= 0.01 and abs(p[1] - point[1]) <= 0.01), None)
-        if match is None:
-            return False
-        del left[match]
-    return True
+    return all(abs(p[0] - q[0]) <= 0.01 and abs(p[1] - q[1]) <= 0.01 for p, q in zip(left, right))
 
 
 def svg_midpoints(path):
