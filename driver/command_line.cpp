@@ -8,9 +8,11 @@
 #include <string>
 
 #include "driver/globals.h"
+#include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
+#include "support/error.h"
 
 namespace {
 
@@ -144,6 +146,9 @@ int apply_option(int argc, char** argv, int i) {
 int parse_options(int argc, char** argv) {
     int i = 1;
     while (i < argc) {
+        // Each option's report (from -res or -rd, made outside any file)
+        // is its own, not a repeat of the one before.
+        forget_reported_line();
         int taken = apply_option(argc, argv, i);
         if (taken == 0) break;
         i += taken;
@@ -158,10 +163,15 @@ void read_startup_file() {
     ParseRIB(path.c_str(), current_searchpath(), current_echo(), 0);
 }
 
+// The outputs (window, pictures, PostScript) are chosen by the options,
+// which are read after the start-up file: they are deferred over it.
 void run_once(int argc, char** argv) {
     RiBegin(RI_NULL);
+    X11VectorPreviewer* outputs = previewer();
+    if (outputs != nullptr) outputs->defer_outputs();
     read_startup_file();
     int first_file = parse_options(argc, argv);
+    if (outputs != nullptr) outputs->decide_outputs();
     if (first_file >= argc) {
         if (!background) ParseRIB(nullptr, current_searchpath(), current_echo(), 0);
     } else {

@@ -341,8 +341,21 @@ bool refine(const SubdivisionInput& m, const MeshTags& tags, int level, RefinedM
     return true;
 }
 
-void report_cage(const SubdivisionInput& m, const char* why) {
-    QuillError(RIE_CONSISTENCY, RIE_ERROR, "%s: %s; drawn as its control cage", m.request, why);
+// Reports why the mesh is drawn as its control cage, and what of the cage
+// is drawn: a face whose indices do not fit the points cannot be.
+void report_cage(const SubdivisionInput& m, const char* why, const RefinedMesh& cage) {
+    const long long drawn = static_cast<long long>(cage.face_sizes.size());
+    const long long left_out = std::max<long long>(m.nfaces - drawn, 0);
+    if (drawn == 0 && left_out > 0) {
+        QuillError(RIE_CONSISTENCY, RIE_ERROR,
+                   "%s: %s; nothing drawn: no face of its control cage fits", m.request, why);
+    } else if (left_out > 0) {
+        QuillError(RIE_CONSISTENCY, RIE_ERROR,
+                   "%s: %s; drawn as its control cage, %lld of its %d faces left out", m.request,
+                   why, left_out, m.nfaces);
+    } else {
+        QuillError(RIE_CONSISTENCY, RIE_ERROR, "%s: %s; drawn as its control cage", m.request, why);
+    }
 }
 
 }  // namespace
@@ -358,8 +371,8 @@ void refine_subdivision_mesh(const SubdivisionInput& m, int detail, RefinedMesh*
     }
     if (!problem.found() && !m.cage_only) read_tags(m, &tags, &problem);
     if (problem.found() || m.cage_only) {
-        if (problem.found()) report_cage(m, problem.text);
         control_cage(m, nullptr, out);
+        if (problem.found()) report_cage(m, problem.text, *out);
         return;
     }
     const int level = subdivision_level(detail, faces_after_one_level(m));
@@ -373,8 +386,8 @@ void refine_subdivision_mesh(const SubdivisionInput& m, int detail, RefinedMesh*
         if (refined) return;
         *out = RefinedMesh();
         set_problem(&problem, "refinement failed (%s)", refiner_failure.c_str());
-        report_cage(m, problem.text);
         control_cage(m, nullptr, out);
+        report_cage(m, problem.text, *out);
         return;
     }
     std::vector<bool> holes(size_t(m.nfaces), false);

@@ -98,6 +98,7 @@ void X11VectorPreviewer::add_sink(std::unique_ptr<LineSink> sink) {
 // page is opened right after it, once per run, so that every frame goes onto
 // the one page.
 void X11VectorPreviewer::Prepare_XWindow() {
+    if (outputs_deferred_) return;
     if (pictures_wanted()) {
         prepare_pictures();
         return;
@@ -108,6 +109,11 @@ void X11VectorPreviewer::Prepare_XWindow() {
     display = window_->display;
     add_sink(std::make_unique<X11PixmapSink>(*window_));
     if (dump_postscript) open_postscript();
+}
+
+void X11VectorPreviewer::decide_outputs() {
+    outputs_deferred_ = false;
+    if (in_world_) Prepare_XWindow();
 }
 
 // With picture files asked for, the pictures (and the PostScript page) are

@@ -55,6 +55,16 @@ class X11VectorPreviewer : public PreviewRenderer {
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
 
+    // The start-up file is read before the command-line options, so while
+    // it is read the outputs are not known yet: picture files mean no
+    // display at all, and -fg, -bg, -res and -ps shape the window. The
+    // driver defers the outputs over it: a world block then opens none (it
+    // draws into nothing, and the display is not touched), and
+    // decide_outputs, called once the options are read, lets the next world
+    // begin open them, or opens them at once when a world block is open.
+    void defer_outputs() { outputs_deferred_ = true; }
+    void decide_outputs();
+
     // Adds an output for every later segment. The sink is told the colour of
     // the last RiColor at once, and world_begin when a world block is open.
     void add_sink(std::unique_ptr<LineSink> sink);
@@ -75,6 +85,7 @@ class X11VectorPreviewer : public PreviewRenderer {
 
     std::unique_ptr<X11Window> window_;
     std::vector<std::unique_ptr<LineSink>> sinks_;
+    bool outputs_deferred_ = false;
     bool postscript_opened_ = false;  // tried once per run, failed or not
     bool pictures_added_ = false;
     bool in_world_ = false;

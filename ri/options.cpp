@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -384,16 +385,36 @@ void set_display_parameter(GOptions* o, RtToken token, RtPointer value) {
     }
 }
 
+// A NaN or an infinity (which the reader makes of a number such as 1e999, or
+// of a binary float) would leave the camera without meaning: it is reported
+// as out of range and not stored, so the value in force stays (the default,
+// unless one was given). True when the value is finite.
+bool finite_value(const char* request, const char* what, float value, float kept) {
+    if (std::isfinite(value)) return true;
+    QuillError(RIE_RANGE, RIE_ERROR, "%s: %s %g is not a finite number; %g kept", request, what,
+               value, kept);
+    return false;
+}
+
 }  // namespace
 
 // ---- Camera and image ----
 
+// Each value is stored only when it is positive; a width or height that is
+// not is reported (as -res gives them too), a pixel aspect only when it is
+// not a number at all: a negative one is how some files say "the default".
 RtVoid RiFormat(RtInt xres, RtInt yres, RtFloat aspect) {
     GOptions* o = checked_options();
     if (o == nullptr) return;
     if (xres > 0) o->xres = xres;
     if (yres > 0) o->yres = yres;
-    if (aspect > 0.0f) o->pixel_aspect = aspect;
+    if (xres <= 0 || yres <= 0) {
+        QuillError(RIE_RANGE, RIE_ERROR, "RiFormat: size %d x %d is not positive; %d x %d kept",
+                   xres, yres, o->xres, o->yres);
+    }
+    if (finite_value("RiFormat", "pixel aspect", aspect, o->pixel_aspect) && aspect > 0.0f) {
+        o->pixel_aspect = aspect;
+    }
 }
 
 RtVoid RiFrameAspectRatio(RtFloat aspect) {
@@ -403,6 +424,13 @@ RtVoid RiFrameAspectRatio(RtFloat aspect) {
 RtVoid RiScreenWindow(RtFloat left, RtFloat right, RtFloat bottom, RtFloat top) {
     GOptions* o = checked_options();
     if (o == nullptr) return;
+    if (!std::isfinite(left) || !std::isfinite(right) || !std::isfinite(bottom) ||
+        !std::isfinite(top)) {
+        QuillError(RIE_RANGE, RIE_ERROR,
+                   "RiScreenWindow: %g %g %g %g is not a window of finite numbers; not changed",
+                   left, right, bottom, top);
+        return;
+    }
     o->screen_left = left;
     o->screen_right = right;
     o->screen_bottom = bottom;
@@ -441,7 +469,9 @@ RtVoid RiProjectionV(RtToken name, RtInt n, RtToken tokens[], RtPointer params[]
         o->projection = 0;
         for (int i = 0; i < n; ++i) {
             if (same(tokens[i], "fov")) {
-                if (params[i] != nullptr) o->fov = float_value(params[i]);
+                if (params[i] == nullptr) continue;
+                const float fov = float_value(params[i]);
+                if (finite_value("RiProjection", "field of view", fov, o->fov)) o->fov = fov;
             } else {
                 RMError(RIE_BADTOKEN, RIE_ERROR,
                         "RiProjection: Invalid parameter for \"perspective\"");
@@ -456,8 +486,15 @@ RtVoid RiProjectionV(RtToken name, RtInt n, RtToken tokens[], RtPointer params[]
 RtVoid RiClipping(RtFloat hither, RtFloat yon) {
     GOptions* o = checked_options();
     if (o == nullptr) return;
-    o->near_clip = hither;
-    o->far_clip = yon;
+    // One report for both distances: a second report on the same line would
+    // be taken for a repeat and not shown.
+    if (std::isfinite(hither)) o->near_clip = hither;
+    if (std::isfinite(yon)) o->far_clip = yon;
+    if (!std::isfinite(hither) || !std::isfinite(yon)) {
+        QuillError(RIE_RANGE, RIE_ERROR,
+                   "RiClipping: %g %g are not both finite numbers; %g %g in force", hither, yon,
+                   o->near_clip, o->far_clip);
+    }
 }
 
 RtVoid RiDepthOfField(RtFloat fstop, RtFloat focallength, RtFloat focaldistance) {
@@ -572,7 +609,11 @@ RtVoid RiColorSamples(RtInt, RtFloat[], RtFloat[]) {
 }
 
 RtVoid RiRelativeDetail(RtFloat relativedetail) {
-    if (GOptions* o = checked_options()) o->relative_detail = relativedetail;
+    GOptions* o = checked_options();
+    if (o != nullptr &&
+        finite_value("RiRelativeDetail", "detail", relativedetail, o->relative_detail)) {
+        o->relative_detail = relativedetail;
+    }
 }
 
 // ---- Implementation options ----

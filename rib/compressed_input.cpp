@@ -48,6 +48,7 @@ struct CompressedInput {
     bool failed = false;
     bool raw_ended = false;        // the descriptor or stream has no more bytes
     bool member_done = false;      // the last gzip member ended cleanly
+    bool padded = false;           // zero bytes of padding followed it
     std::string pending_failure;   // reported when the reader gets to it
     unsigned char* raw = nullptr;  // compressed bytes read, not yet inflated
     z_stream z{};
@@ -124,6 +125,21 @@ bool have_raw_input(CompressedInput* in) {
     return true;
 }
 
+// Zero bytes after the end of a member are padding, as tapes and block
+// devices leave after a file: like gzip -d, the reader takes them for the
+// end of the stream, here without a report (nothing is wrong with the
+// data). Consumes the zeros at hand; true when all the input at hand was
+// zeros. Only zeros may follow padding.
+bool skip_zero_padding(CompressedInput* in) {
+    z_stream& z = in->z;
+    while (z.avail_in > 0 && z.next_in[0] == 0) {
+        z.next_in++;
+        z.avail_in--;
+        in->padded = true;
+    }
+    return z.avail_in == 0;
+}
+
 // Inflates into buffer. Returns as soon as some output is ready and no more
 // input is at hand, so a stream arriving through a pipe is seen as it comes.
 int read_gzip(CompressedInput* in, unsigned char* buffer, int capacity) {
@@ -141,9 +157,10 @@ int read_gzip(CompressedInput* in, unsigned char* buffer, int capacity) {
             return fail(in, "unexpected end of file", produced());
         }
         if (in->member_done) {
+            if (skip_zero_padding(in)) continue;
             // Another gzip member may follow (as `cat a.gz b.gz` makes);
             // inflate checks the rest of its header.
-            if (z.next_in[0] != GZIP_MAGIC_0) {
+            if (in->padded || z.next_in[0] != GZIP_MAGIC_0) {
                 return fail(in, "data after the end of the compressed data", produced());
             }
             inflateReset(&z);
@@ -187,8 +204,11 @@ CompressedInput* compressed_open(int fd, FILE* f, const char* name) {
     return in;
 }
 
-int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity) {
-    if (!in || capacity < 2) return 0;
+namespace {
+
+long long bytes_delivered = 0;
+
+int read_content(CompressedInput* in, unsigned char* buffer, int capacity) {
     switch (in->mode) {
         case Mode::PLAIN:
             return read_raw(in, buffer, capacity);
@@ -204,6 +224,19 @@ int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity) {
             break;
     }
     return 0;
+}
+
+}  // namespace
+
+int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity) {
+    if (!in || capacity < 2) return 0;
+    const int got = read_content(in, buffer, capacity);
+    bytes_delivered += got;
+    return got;
+}
+
+long long compressed_bytes_delivered() {
+    return bytes_delivered;
 }
 
 bool compressed_is_gzip(const CompressedInput* in) {

@@ -20,6 +20,11 @@ CompressedInput* compressed_open(int fd, FILE* f, const char* name);
 // or a read or decompression error ended it (reported once).
 int compressed_read(CompressedInput* in, unsigned char* buffer, int capacity);
 
+// Bytes of content that compressed_read has delivered, over every stream
+// read so far: what the reader has been given to read (archive reads are
+// bounded by it).
+long long compressed_bytes_delivered();
+
 // Whether the stream is gzip-compressed (known after the first read).
 bool compressed_is_gzip(const CompressedInput* in);
 // Whether reading stopped at damaged compressed data.

@@ -24,7 +24,8 @@ namespace {
 constexpr size_t IF_DEPTH_MAX = 1024;
 
 struct IfBlock {
-    bool taken;  // a branch of this block has been chosen
+    bool taken;     // a branch of this block has been chosen
+    bool else_met;  // its Else has been read: no ElseIf or Else may follow
 };
 
 std::vector<IfBlock> blocks;
@@ -99,6 +100,17 @@ BranchEnd skip_branch() {
     }
 }
 
+// An ElseIf or a second Else after the Else of its block is reported; the
+// block has chosen its branch by then (the Else is always taken when no
+// branch before it was), so what follows is skipped up to the IfEnd.
+// Returns whether the word came after the Else.
+bool after_else(const char* keyword) {
+    IfBlock& block = blocks.back();
+    if (!block.else_met) return false;
+    QuillError(RIE_SYNTAX, RIE_ERROR, "%s after Else; the rest of the block skipped", keyword);
+    return true;
+}
+
 // Skips branches of the innermost block until one is chosen or the block
 // ends. Conditions after a chosen branch are read but not evaluated.
 void skip_to_chosen_branch() {
@@ -110,13 +122,15 @@ void skip_to_chosen_branch() {
             case BranchEnd::EndOfStream:
                 return;  // the end of the stream reports the open block
             case BranchEnd::Else:
+                if (after_else("Else")) break;
+                blocks.back().else_met = true;
                 if (!blocks.back().taken) {
                     blocks.back().taken = true;
                     return;
                 }
                 break;
             case BranchEnd::ElseIf: {
-                if (blocks.back().taken) {
+                if (after_else("ElseIf") || blocks.back().taken) {
                     char text[RIB_TOKEN_MAX];
                     RIBparse_quoted_string(text);
                 } else if (read_condition("ElseIf")) {
@@ -141,7 +155,7 @@ void read_if_begin() {
         if (blocks_beyond++ == 0) RMError(RIE_LIMIT, RIE_ERROR, "IfBegin nested too deeply");
         return;
     }
-    blocks.push_back(IfBlock{holds});
+    blocks.push_back(IfBlock{holds, false});
     if (!holds) skip_to_chosen_branch();
 }
 
@@ -155,6 +169,7 @@ void read_else_if() {
     }
     RIBparse_quoted_string(text);
     if (blocks_beyond > 0) return;
+    after_else("ElseIf");
     skip_to_chosen_branch();
 }
 
@@ -164,6 +179,7 @@ void read_else() {
         return;
     }
     if (blocks_beyond > 0) return;
+    if (!after_else("Else")) blocks.back().else_met = true;
     skip_to_chosen_branch();
 }
 

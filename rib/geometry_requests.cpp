@@ -425,9 +425,29 @@ void read_nu_patch(const char* keyword) {
     });
 }
 
+// Consumes what is left of a rejected request's lists: numbers and
+// brackets up to the next request (or anything else, which is left to be
+// read), so that they do not come through as stray characters.
+void skip_leftover_lists() {
+    char token[RIB_TOKEN_MAX];
+    for (;;) {
+        const int code = read_RIB_token(token);
+        if (code == TOKEN_EOF) return;
+        if (code != TOKEN_NUMBER && code != '[' && code != ']') {
+            RIBparse_return_token(token, code);
+            return;
+        }
+    }
+}
+
+// A rejected trim is reported through the error handler, with the file and
+// line, rather than printed on standard output as it once was: standard
+// output carries the -dumprib and -dumptri dumps, which the message would
+// corrupt, and a report that names no file or line tells the user little.
+// The lists after the failure are the trim's arguments, not stray tokens.
 void invalid_trim() {
-    std::fputs("Invalid trim\n", stdout);
-    std::fflush(stdout);
+    RMError(RIE_CONSISTENCY, RIE_ERROR, "Invalid trim");
+    skip_leftover_lists();
 }
 
 // Whether the trim lists hold what their curves need: order >= 1 and
@@ -456,7 +476,10 @@ void read_trim_curve(const char* keyword) {
     RunBuffer<float>& v = float_lists[4];
     RunBuffer<float>& w = float_lists[5];
     int nloops = 0;
-    if (!read_unsized_ints(&nloops, ncurves)) return;
+    if (!read_unsized_ints(&nloops, ncurves)) {
+        skip_leftover_lists();
+        return;
+    }
     long long curves = 0;
     int nknots = 0, nu = 0, nv = 0, nw = 0;
     // From here on every failure is an invalid trim.

@@ -139,10 +139,20 @@ bool inline_archive_defined(const char* name) {
     return name != nullptr && archives.count(name) != 0;
 }
 
+namespace {
+
+// The newlines put in front of the archive's text to keep its line numbers.
+size_t line_padding(const RecordedArchive& archive) {
+    return archive.first_line <= LINE_PADDING_MAX ? size_t(std::max(archive.first_line - 1, 0)) : 0;
+}
+
+}  // namespace
+
 long long inline_archive_size(const char* name) {
     if (name == nullptr) return 0;
     auto found = archives.find(name);
-    return found == archives.end() ? 0 : static_cast<long long>(found->second.text.size());
+    if (found == archives.end()) return 0;
+    return static_cast<long long>(line_padding(found->second) + found->second.text.size() + 1);
 }
 
 // The text is copied for the replay: a replay may record an archive of the
@@ -151,8 +161,7 @@ void replay_inline_archive(const char* name, const char* searchpath, int echo) {
     auto found = archives.find(name);
     if (found == archives.end()) return;
     const RecordedArchive& archive = found->second;
-    const int padding = archive.first_line <= LINE_PADDING_MAX ? archive.first_line - 1 : 0;
-    std::string text(static_cast<size_t>(std::max(padding, 0)), '\n');
+    std::string text(line_padding(archive), '\n');
     text += archive.text;
     text += '\n';
     const std::string label = replay_name(archive, name);

@@ -4,7 +4,7 @@
 #define TRACERY_RIB_INLINE_ARCHIVES_H
 
 bool inline_archive_defined(const char* name);
-// Bytes of the recorded archive's text (0 when there is none).
+// Bytes a replay of the recorded archive reads (0 when there is none).
 long long inline_archive_size(const char* name);
 // Reads the recorded requests as a stream of their own (the caller saves
 // and restores the reader state around it).

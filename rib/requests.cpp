@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/archive_reads.h"
 #include "rib/modern_geometry.h"
 #include "rib/conditionals.h"
 #include "rib/modern_requests.h"
@@ -328,6 +329,14 @@ REACTION* find_request_row(const char* word) {
     return row;
 }
 
+// A word that ended the input (no white space after it): a request there is
+// not carried out, but a word that is no request is reported like any
+// other, where its request would have been carried out.
+void report_last_word(const char* word, long frame) {
+    if (find_request_row(word) != nullptr) return;
+    if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
+}
+
 void select_and_dispatch(const char* word, long* frame) {
     // One keyword lookup serves both the frame counting and the dispatch.
     REACTION* row = find_request_row(word);
@@ -377,7 +386,10 @@ void read_requests(const char* searchpath) {
     long frame = -1;
     do {
         int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF) return;
+        if (RIBparse_at_eof() || code == TOKEN_EOF) {
+            if (code == TOKEN_IDENTIFIER) report_last_word(token, frame);
+            return;
+        }
         switch (code) {
             case '\n':
             case '\r':
@@ -458,10 +470,17 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
-// Reads an open stream to its end (or past the last selected frame).
+// Streams being read, the outermost first: archives, and anything else
+// read in the middle of a stream, are read inside the stream of the file
+// the program was given.
+int streams_open = 0;
+
+// Reads an open stream to its end (or past the last selected frame). The
+// outermost stream starts a fresh budget of archive reads.
 int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     if (echo >= 2) fprintf(stderr, "[%s]\n", name);
     if (RIBparse_open_stream(f, name) != 0) return -1;
+    if (streams_open++ == 0) archive_budget_file_begins();
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
     conditionals_stream_begin();
@@ -469,6 +488,7 @@ int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
     conditionals_stream_end();
     current_searchpath = outer_searchpath;
     RIBparse_close_stream();
+    --streams_open;
     return 0;
 }
 

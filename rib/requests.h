@@ -21,14 +21,6 @@ struct REACTION {
 };
 
 constexpr int RIB_HASH_SLOTS = 1013;
-// Deepest nesting of ReadArchive; a deeper one is reported and skipped.
-constexpr int RIB_ARCHIVE_DEPTH_MAX = 64;
-// The most archives, and archive bytes, read inside one outermost archive
-// read (ReadArchive, or a delayed archive, met in a file the program was
-// given). Past either, the further nested reads are reported once and
-// skipped. Variables so that the fuzz target can lower them.
-extern long long archive_nested_reads_max;
-extern long long archive_nested_bytes_max;
 
 extern REACTION reactions[];
 extern REACTION RIB_hash_table[RIB_HASH_SLOTS];

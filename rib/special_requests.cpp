@@ -1,9 +1,7 @@
 // The requests whose arguments fit no argument code (Basis, Declare, Display,
 // lights, objects, motion, error handlers, ...), the texture-making requests,
-// structure comments, ReadArchive, the filter names, and the light and object
+// structure comments, the ReadArchive request, the filter names, and the light and object
 // number tables of the reader.
-#include <sys/stat.h>
-
 #include <cstring>
 #include <vector>
 
@@ -34,21 +32,6 @@ float* samples_second = nullptr;
 int samples_second_capacity = 0;
 float* hint_values = nullptr;
 int hint_capacity = 0;
-
-int archive_depth = 0;
-
-// Archives read inside the outermost one under way, in number and bytes,
-// and whether running past the budget has been reported. The depth bound
-// alone leaves the work exponential: an archive that reads itself twice, or
-// a chain of archives that each read the next twice, doubles it at every
-// level.
-long long nested_reads = 0;
-long long nested_bytes = 0;
-bool nested_budget_reported = false;
-// Whether an archive nested too deeply has been reported inside the
-// outermost read under way: one report for a runaway recursion, not one per
-// branch of it.
-bool nested_depth_reported = false;
 
 bool read_string(char* text) {
     return RIBparse_quoted_string(text) == 0;
@@ -418,92 +401,6 @@ RtFilterFunc RIBparse_filter_function(const char* name) {
     if (strcmp(name, "catmull-rom") == 0) return RiCatmullRomFilter;
     if (strcmp(name, "sinc") == 0) return RiSincFilter;
     return nullptr;
-}
-
-// ---- Archives ----
-
-RtVoid RiReadArchive(RtToken name, RtArchiveCallback callback, ...) {
-    va_list ap;
-    va_start(ap, callback);
-    int n = _v_to_array(ap);
-    va_end(ap);
-    RiReadArchiveV(name, callback, n, _V_names, _V_params);
-}
-
-// Reads the archive found through the include path in the middle of the
-// current stream: the reader state is saved, the archive read by a nested
-// ParseRIB (with frame counting of its own), and the state restored so that
-// the outer stream goes on after the request. An inline archive of that name
-// recorded earlier is replayed instead of looking for a file. The callback
-// and the parameters are not used. Nesting is bounded so that an archive
-// that reads itself ends with a report.
-long long archive_nested_reads_max = 100000;
-long long archive_nested_bytes_max = 1LL << 30;
-
-namespace {
-
-long long archive_bytes(const char* name, bool recorded, const char* path) {
-    if (recorded) return inline_archive_size(name);
-    struct stat info;
-    return stat(path, &info) == 0 && S_ISREG(info.st_mode) ? static_cast<long long>(info.st_size)
-                                                           : 0;
-}
-
-// Counts one archive read against the budget of the outermost read under
-// way (an outermost read starts a new budget); false when it is spent.
-bool within_nested_budget(const char* name, bool recorded, const char* path) {
-    if (archive_depth == 0) {
-        nested_reads = nested_bytes = 0;
-        nested_budget_reported = nested_depth_reported = false;
-        return true;
-    }
-    nested_reads++;
-    nested_bytes += archive_bytes(name, recorded, path);
-    if (nested_reads <= archive_nested_reads_max && nested_bytes <= archive_nested_bytes_max) {
-        return true;
-    }
-    if (!nested_budget_reported) {
-        nested_budget_reported = true;
-        QuillError(RIE_LIMIT, RIE_ERROR,
-                   "ReadArchive: archives read inside one archive exceed %lld reads or %lld "
-                   "bytes; %s and the rest skipped",
-                   archive_nested_reads_max, archive_nested_bytes_max, name);
-    }
-    return false;
-}
-
-}  // namespace
-
-RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPointer[]) {
-    const char* path = block_level != 0 && renderer ? renderer->include_path : nullptr;
-    const bool recorded = inline_archive_defined(name);
-    std::vector<char> found(SEARCH_PATH_MAX + (name ? strlen(name) : 0) + 2);
-    if (!recorded &&
-        (!name || !find_path(name, path, found.data(), static_cast<int>(found.size())))) {
-        RMError(RIE_NOFILE, RIE_WARNING, name);
-        return;
-    }
-    if (drawing_on == 0) return;
-    if (!within_nested_budget(name, recorded, found.data())) return;
-    if (archive_depth >= RIB_ARCHIVE_DEPTH_MAX) {
-        if (!nested_depth_reported) {
-            QuillError(RIE_LIMIT, RIE_ERROR, "ReadArchive nested too deeply: %s", name);
-        }
-        nested_depth_reported = true;
-        return;
-    }
-    RibStreamState saved;
-    int echo = RIB_echo;
-    RIBparse_save_state(&saved);
-    ++archive_depth;
-    if (recorded) {
-        replay_inline_archive(name, RIBparse_searchpath(), echo);
-    } else {
-        ParseRIB(found.data(), RIBparse_searchpath(), echo, 1);
-    }
-    --archive_depth;
-    RIBparse_restore_state(&saved);
-    RIB_echo = echo;
 }
 
 void release_rib_tables() {

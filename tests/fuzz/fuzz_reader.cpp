@@ -10,6 +10,7 @@
 #include "driver/globals.h"
 #include "preview/x11_previewer.h"
 #include "ri/renderer.h"
+#include "rib/archive_reads.h"
 #include "rib/requests.h"
 
 namespace {
@@ -36,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     x11_window_enabled = 0;  // the reader is under test, not the window
     // Archives that read each other twice at every level are cut off by a
     // byte budget; a small one keeps such inputs within the time limit.
-    archive_nested_bytes_max = 16 << 20;
+    archive_bytes_max = 16 << 20;
     drawing_on = 1;
     reset_interface_state();
     RiBegin(nullptr);

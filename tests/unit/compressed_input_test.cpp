@@ -1,6 +1,7 @@
 // Compressed input: plain streams pass through, gzip streams (one member or
 // several) inflate, data arriving through a pipe is delivered before the pipe
-// closes, and damaged or cut-off gzip data is reported once.
+// closes, zero padding after the end is the end, and damaged or cut-off
+// gzip data is reported once.
 #include "rib/compressed_input.h"
 
 #include <gtest/gtest.h>
@@ -61,6 +62,8 @@ TEST(CompressedInput, PlainAndGzipReadTheSame) {
     EXPECT_EQ(read_all(gzip(text)), text);
     EXPECT_EQ(read_all(gzip(text), 7), text);
     EXPECT_EQ(read_all(gzip("a") + gzip("bc") + gzip(text)), "abc" + text);
+    // Zero bytes after the end, as a tape or block device pads a file.
+    EXPECT_EQ(read_all(gzip(text) + std::string(10000, '\0'), 7), text);
     // A plain stream that starts with the first magic byte only.
     EXPECT_EQ(read_all("\x1f rest"), "\x1f rest");
     EXPECT_EQ(read_all(""), "");
@@ -111,6 +114,8 @@ TEST(CompressedInput, DamagedStreamIsReportedOnce) {
     trailer[trailer.size() - 6] = static_cast<char>(trailer[trailer.size() - 6] ^ 1);  // CRC
     expect_one_corrupt_report(trailer, text);
     expect_one_corrupt_report(bytes + "garbage", text);
+    expect_one_corrupt_report(bytes + std::string(512, '\0') + "x", text);
+    expect_one_corrupt_report(bytes + std::string(512, '\0') + gzip("a"), text);
 }
 
 TEST(CompressedInput, PipedGzipIsDeliveredAsItArrives) {

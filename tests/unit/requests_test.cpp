@@ -1,7 +1,8 @@
 // Tests of the request table and the reading loop: keyword lookup, argument
-// codes and their failures, and the special requests.
-// (Frame selection, stray tokens, archives, structure comments and the
-// reports seen on the command line are covered by the golden cases.)
+// codes and their failures, the special requests, and the bounds on the
+// archive reads of a file. (Frame selection, stray tokens, archives,
+// structure comments and the reports seen on the command line are covered
+// by the golden cases.)
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,6 +14,7 @@
 #include "math/transformation.h"
 #include "ri/renderer.h"
 #include "ri/transforms.h"
+#include "rib/archive_reads.h"
 #include "rib/modern_geometry.h"
 #include "rib/modern_requests.h"
 #include "rib/requests.h"
@@ -116,6 +118,40 @@ TEST_F(RequestsTest, ErrorHandlerNamesSelectTheStandardHandlers) {
         EXPECT_EQ(RMError, handler.second) << handler.first;
     }
     RiErrorHandler(capture_handler);
+}
+
+// The archive reads of one file are bounded in number and in the bytes
+// they read (a replayed archive's text counts), over all its ReadArchive
+// requests; the read that would pass a bound is reported, and it and every
+// later one are skipped. Each file starts afresh.
+TEST_F(RequestsTest, ArchiveReadsOfAFileAreBoundedInNumberAndBytes) {
+    struct RestoreBounds {
+        long long reads = archive_reads_max, bytes = archive_bytes_max;
+        ~RestoreBounds() {
+            archive_reads_max = reads;
+            archive_bytes_max = bytes;
+        }
+    } restore;
+    // A replay of "t" reads " Translate 1 0 0" and a newline: 17 bytes.
+    std::string text = "ArchiveBegin \"t\" Translate 1 0 0 ArchiveEnd\nIdentity\n";
+    for (int i = 0; i < 5; i++) text += "ReadArchive \"t\"\n";
+    const auto reads_made = [&] {
+        capture.clear();
+        run(text);
+        return curxform->matrix0[3][0];
+    };
+    archive_reads_max = 2;
+    EXPECT_EQ(reads_made(), 2.0f);
+    EXPECT_TRUE(
+        only_report(RIE_LIMIT, RIE_ERROR,
+                    "ReadArchive: the archives read for test.rib would pass 2 reads or "
+                    "2500000000 bytes; t and every later archive read of the file skipped"));
+    archive_reads_max = 100;
+    archive_bytes_max = 3 * 17;
+    EXPECT_EQ(reads_made(), 3.0f);
+    EXPECT_EQ(capture.count(), 1u);
+    archive_bytes_max = 3 * 17 - 1;
+    EXPECT_EQ(reads_made(), 2.0f);
 }
 
 }  // namespace
