@@ -8,11 +8,13 @@
 #include <string>
 
 #include "driver/globals.h"
+#include "driver/pipeline.h"
 #include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
 #include "rib/requests.h"
 #include "support/error.h"
+#include "support/report_output.h"
 
 namespace {
 
@@ -47,14 +49,6 @@ const char* current_searchpath() {
 }
 int current_echo() {
     return renderer ? renderer->verbosity : 0;
-}
-
-// An option that lacks its arguments ends the program with a one-line
-// diagnostic instead of reading past the end of argv.
-void require_arguments(int argc, int i, int count, const char* option) {
-    if (i + count < argc) return;
-    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count, count == 1 ? "" : "s");
-    std::exit(2);
 }
 
 void read_colour(char** argv, int i, float rgb[3]) {
@@ -132,10 +126,16 @@ int apply_option(int argc, char** argv, int i) {
         read_colour(argv, i, is("-bg") ? bg_color : fg_color);
         return 4;
     }
-    return 0;
+    return apply_pipeline_option(argc, argv, i);
 }
 
 }  // namespace
+
+void require_arguments(int argc, int i, int count, const char* option) {
+    if (i + count < argc) return;
+    std::fprintf(stderr, "tracery: %s needs %d argument%s\n", option, count, count == 1 ? "" : "s");
+    std::exit(2);
+}
 
 [[noreturn]] void usage() {
     std::fputs(usage_text, stderr);
@@ -163,31 +163,44 @@ void read_startup_file() {
     ParseRIB(path.c_str(), current_searchpath(), current_echo(), 0);
 }
 
+int read_named_file(const char* filename) {
+    return ParseRIB(filename, current_searchpath(), current_echo(), filename ? 1 : 0);
+}
+
 // The outputs (window, pictures, PostScript) are chosen by the options,
 // which are read after the start-up file: they are deferred over it.
-void run_once(int argc, char** argv) {
+int begin_run(int argc, char** argv) {
     RiBegin(RI_NULL);
-    X11VectorPreviewer* outputs = previewer();
-    if (outputs != nullptr) outputs->defer_outputs();
+    if (X11VectorPreviewer* outputs = previewer()) outputs->defer_outputs();
     read_startup_file();
-    int first_file = parse_options(argc, argv);
-    if (outputs != nullptr) outputs->decide_outputs();
+    return parse_options(argc, argv);
+}
+
+void open_chosen_outputs() {
+    if (X11VectorPreviewer* outputs = previewer()) outputs->decide_outputs();
+}
+
+int run_once(int argc, char** argv) {
+    int first_file = begin_run(argc, argv);
+    if (check_only) return check_files(argc, argv, first_file);
+    open_chosen_outputs();
     if (first_file >= argc) {
-        if (!background) ParseRIB(nullptr, current_searchpath(), current_echo(), 0);
+        if (!background) read_named_file(nullptr);
     } else {
-        for (int i = first_file; i < argc; ++i) {
-            ParseRIB(argv[i], current_searchpath(), current_echo(), 1);
-        }
+        for (int i = first_file; i < argc; ++i) read_named_file(argv[i]);
     }
     RiEnd();
+    return 0;
 }
 
 int run_program(int argc, char** argv) {
+    int status = 0;
     repeat_file = 1;
     while (repeat_file) {
         repeat_file = 0;
-        run_once(argc, argv);
+        status = run_once(argc, argv);
     }
     release_rib_tables();
-    return 0;
+    write_reports_not_shown();
+    return status;
 }

@@ -17,6 +17,7 @@ float bg_color[3] = {0.1f, 0.1f, 0.1f};
 float fg_color[3] = {1.0f, 1.0f, 1.0f};
 int background = 0;
 int repeat_file = 0;
+int check_only = 0;
 char* png_filename = nullptr;
 char* svg_filename = nullptr;
 char* pdf_filename = nullptr;

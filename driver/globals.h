@@ -16,6 +16,10 @@ extern float bg_color[3];
 extern float fg_color[3];
 extern int background;
 extern int repeat_file;
+// Set by -check: the files are read and checked, nothing is drawn, no
+// display is opened, and every archive is read (none is left out as out of
+// sight).
+extern int check_only;
 
 // Picture files asked for with -png, -svg and -pdf (null: none). When any is
 // set the program draws into the files only: no X display is opened, frames

@@ -107,8 +107,8 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
         dump_lattice(nu, nv, dump_diced_rib);
         return;
     }
-    project_lattice(nu, nv);
     if (sinks_.empty()) return;
+    project_lattice(nu, nv);
     // Rows, then columns, cell by cell in lattice order.
     static RasterSegment lattice_segments[2 * GRID_CELLS_MAX * GRID_POINTS];
     RasterSegment* out = lattice_segments;

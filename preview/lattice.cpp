@@ -2,6 +2,7 @@
 // and the hand-over of the grid to the renderer.
 #include "preview/lattice.h"
 
+#include "driver/globals.h"
 #include "preview/x11_previewer.h"
 #include "ri/renderer.h"
 
@@ -11,6 +12,11 @@ int cells_for_relative_detail(float per_unit) {
     if (!(cells >= 1.0)) return 1;
     if (cells >= GRID_CELLS_MAX) return GRID_CELLS_MAX;
     return static_cast<int>(cells);
+}
+
+bool lattice_wanted() {
+    const X11VectorPreviewer* p = previewer();
+    return p != nullptr && (p->has_outputs() || dump_diced_rib != 0);
 }
 
 void draw_grid(int nu, int nv) {

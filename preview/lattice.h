@@ -24,4 +24,10 @@ int cells_for_relative_detail(float per_unit);
 // nothing while there is no previewer (before RiBegin).
 void draw_grid(int nu, int nv);
 
+// Whether a filled lattice would go anywhere: a previewer with an output (the
+// window, a picture, the PostScript page) or a dump. When none would (a
+// check, or before the first world opens the window), a tessellator may
+// leave the grid unfilled once its request has been checked.
+bool lattice_wanted();
+
 #endif  // TRACERY_PREVIEW_LATTICE_H

@@ -215,6 +215,10 @@ RtVoid RiPatch(RtToken type, ...) {
     va_start(ap, type);
     const PatchPositions positions = positions_in(ap);
     va_end(ap);
+    if (!lattice_wanted()) {
+        reset_mesh_place();
+        return;
+    }
     if (is_bilinear(type)) {
         fill_bilinear_patch(positions);
         draw_grid(1, 1);

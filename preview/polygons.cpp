@@ -121,7 +121,7 @@ IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]
 // segment comes out as if each vertex were projected where it is used.
 void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], const float* P) {
     X11VectorPreviewer* out = previewer();
-    if (out == nullptr) return;
+    if (out == nullptr || !out->has_outputs()) return;  // nothing would take the lines
     const IndexedLoops m = measure_loops(nloops, nverts, verts);
     const size_t vertices = size_t(m.highest) + 1;
     const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
@@ -152,7 +152,7 @@ void draw_polygon(int n, const float* P) {
         return;
     }
     X11VectorPreviewer* out = previewer();
-    if (n < 1 || out == nullptr) return;
+    if (n < 1 || out == nullptr || !out->has_outputs()) return;
     draw_outline(out, n, project_vertices(P, size_t(n)), [](int k) { return k; });
     out->send_queued_segments();
 }

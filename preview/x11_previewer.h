@@ -55,6 +55,9 @@ class X11VectorPreviewer : public PreviewRenderer {
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
 
+    // Whether any output (sink) takes the segments drawn.
+    bool has_outputs() const { return !sinks_.empty(); }
+
     // The start-up file is read before the command-line options, so while
     // it is read the outputs are not known yet: picture files mean no
     // display at all, and -fg, -bg, -res and -ps shape the window. The

@@ -38,6 +38,12 @@ int xform_depth = 0;
 // t * (1/t) > 0), so the handedness bit cannot change and the determinant
 // need not be computed.
 bool scratch_is_translation = false;
+// Set by RiRotate and RiScale when the sign of the determinant is known
+// without computing it: +1 for a rotation about a normalised axis by a
+// finite angle (a proper rotation, whose determinant is 1 up to rounding),
+// and for a scale with factors of moderate size the sign of their product
+// (-1 flips the handedness). 0: not known, computed.
+int scratch_known_sign = 0;
 // Levels opened on a full stack. The overflow is severe, so this count only
 // grows when the installed handler lets the program go on. Such a level saves
 // nothing: RiTransformEnd closes it first and keeps the current
@@ -184,19 +190,44 @@ float (*xform_scratch_matrix())[4] {
     return xform_scratch;
 }
 
+namespace {
+
+// The sign of sx * sy * sz when every factor lies between 1e-10 and 1e10 in
+// size, where the product neither underflows nor overflows and so has the
+// sign the elimination gives; 0 (compute it) otherwise.
+int scale_sign(float sx, float sy, float sz) {
+    int negative = 0;
+    for (float s : {sx, sy, sz}) {
+        const float size = std::fabs(s);
+        if (!(size >= 1e-10f && size <= 1e10f)) return 0;
+        if (s < 0.0f) ++negative;
+    }
+    return negative % 2 ? -1 : 1;
+}
+
+}  // namespace
+
 // The determinant decides the handedness bit at once; the inverse, normal
 // and transpose of M are only needed at once inside motion blocks and for
 // moving records, and are otherwise deferred (math/derived_matrices.h).
 void apply_xform(int rotation_flag) {
     const bool translation = scratch_is_translation;
+    const int known_sign = scratch_known_sign;
     scratch_is_translation = false;
+    scratch_known_sign = 0;
     if (block_level < 1) RMError(RIE_NOTATTRIBS, RIE_ERROR, nullptr);
     Transformation* t = writable_curxform();
     if (!t) return;
     const bool deferred = motion_level <= 0 && !(t->flags & XFORM_MOVING);
     float det;
     if (deferred) {
-        det = translation ? 1.0f : matrix_determinant(xform_scratch);
+        if (translation) {
+            det = 1.0f;
+        } else if (known_sign != 0) {
+            det = static_cast<float>(known_sign);
+        } else {
+            det = matrix_determinant(xform_scratch);
+        }
     } else {
         settle_derived_matrices(t);
         matrix_transpose(xform_scratch_transpose, xform_scratch);
@@ -269,6 +300,7 @@ RtVoid RiTranslate(RtFloat dx, RtFloat dy, RtFloat dz) {
 
 RtVoid RiScale(RtFloat sx, RtFloat sy, RtFloat sz) {
     make_xform_matrix(xform_scratch, scratch_vector(sx, sy, sz), 3);
+    scratch_known_sign = scale_sign(sx, sy, sz);
     apply_xform(0);
 }
 
@@ -277,6 +309,7 @@ RtVoid RiRotate(RtFloat angle, RtFloat dx, RtFloat dy, RtFloat dz) {
     float len = vlen(axis);
     if (len >= AXIS_EPSILON) vscalar(axis, 1.0f / len);
     make_rotate_matrix(xform_scratch, static_cast<float>(angle * DEG_TO_RAD), axis);
+    if (len >= AXIS_EPSILON && std::isfinite(len) && std::isfinite(angle)) scratch_known_sign = 1;
     apply_xform(1);
 }
 

@@ -19,6 +19,7 @@
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
+#include "support/report_output.h"
 
 // The depth bound alone leaves the work exponential: fifteen archives that
 // each read the previous one twice make one ReadArchive of the last cost
@@ -109,10 +110,19 @@ bool within_bounds(const char* name, bool recorded, const char* path) {
 // The reader state is saved, the archive read by a nested ParseRIB (with
 // frame counting of its own) or replayed, and the state restored so that
 // the outer stream goes on after the request.
+//
+// Reports made inside the archive carry, beside their own position, the
+// name and line of the request that read it: the line of its keyword
+// (ReadArchive, or Procedural/Procedural2 for a delayed archive) in the
+// stream being read, as reports name that stream (an inline archive being
+// replayed is named by its file and archive name, with its file's lines).
+// A call made outside any stream adds no level.
 void read_archive(const char* name, bool recorded, const char* path) {
     if (archive_depth == 0) {
         budget.outer_start = compressed_bytes_delivered();
     }
+    const bool chained = RIB_lineno > 0;
+    if (chained) enter_archive_read(RIB_filename, rib_request_line);
     RibStreamState saved;
     int echo = RIB_echo;
     RIBparse_save_state(&saved);
@@ -125,6 +135,7 @@ void read_archive(const char* name, bool recorded, const char* path) {
     --archive_depth;
     RIBparse_restore_state(&saved);
     RIB_echo = echo;
+    if (chained) leave_archive_read();
     if (archive_depth == 0) budget.bytes += compressed_bytes_delivered() - budget.outer_start;
 }
 
@@ -154,7 +165,7 @@ RtVoid RiReadArchiveV(RtToken name, RtArchiveCallback, RtInt, RtToken[], RtPoint
         RMError(RIE_NOFILE, RIE_WARNING, name);
         return;
     }
-    if (drawing_on == 0) return;
+    if (drawing_on == 0 || RIBparse_reading_stopped()) return;
     if (!within_bounds(name, recorded, found.data())) return;
     read_archive(name, recorded, found.data());
 }

@@ -49,6 +49,31 @@ struct RecordedArchive {
 std::map<std::string, RecordedArchive> archives;
 size_t recorded_bytes = 0;
 
+// Appends a string token quoted, with the escapes that make the tokenizer
+// read back the same text.
+void append_quoted(std::string& text, const char* token) {
+    text += '"';
+    for (const char* p = token; *p; ++p) {
+        switch (*p) {
+            case '"':
+                text += "\\\"";
+                break;
+            case '\\':
+                text += "\\\\";
+                break;
+            case '\n':
+                text += "\\n";
+                break;
+            case '\r':
+                text += "\\r";
+                break;
+            default:
+                text += *p;
+        }
+    }
+    text += '"';
+}
+
 // Appends one token as RIB text, after the newlines (or blank) that put it
 // on its own line.
 void append_token(std::string& text, int* line, int code, const char* token) {
@@ -59,9 +84,7 @@ void append_token(std::string& text, int* line, int code, const char* token) {
         text += ' ';
     }
     if (code == TOKEN_STRING) {
-        text += '"';
-        text += token;
-        text += '"';
+        append_quoted(text, token);
     } else if (code == TOKEN_HASH) {
         text += "##";
     } else {
@@ -212,10 +235,12 @@ bool read_procedural_strings(std::vector<std::string>* strings) {
 // the far plane, or past one of the four planes through the eye and the
 // screen's edges, widened by a pixel). The box is convex, so none of it
 // can be seen then. Outside the world nothing is culled, nor under the dump
-// options, which print the geometry whatever the camera sees.
+// options, which print the geometry whatever the camera sees, nor in a
+// check, which reads every archive.
 bool bound_off_screen(const float bound[6]) {
     // A null camera or current transformation is the identity.
-    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0 || dump_diced_rib != 0) {
+    if (renderer == nullptr || (block_level & BLOCK_WORLD) == 0 || dump_diced_rib != 0 ||
+        check_only) {
         return false;
     }
     const GOptions& o = *renderer;

@@ -14,11 +14,13 @@
 
 #include "rib/parameter_lists.h"
 #include "rib/requests.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/declarations.h"
 #include "support/error.h"
 #include "support/inline_declarations.h"
 #include "support/memory.h"
+#include "support/report_output.h"
 
 using rib_lists::RunBuffer;
 
@@ -128,12 +130,22 @@ class ListPacker {
 };
 
 // Shared bookkeeping of both list readers: the pair records, the one-time
-// "too many" report, and the end of the list.
+// "too many" report, and the end of the list. One record serves every list
+// (taken with fresh()): building the pair array for each request cost more
+// than reading a short list. No list is read while another is being read.
 struct ListState {
     ListPacker pack;
     PackedPair pairs[RIB_PARAM_MAX];
     int n = 0;
     bool too_many = false;
+
+    static ListState& fresh() {
+        static ListState state;
+        state.pack = ListPacker();
+        state.n = 0;
+        state.too_many = false;
+        return state;
+    }
 
     // Whether a pair starting now can be kept; reports the first that cannot.
     bool room_for_pair() {
@@ -152,9 +164,13 @@ struct ListState {
 // Reads the next token; if it is a quoted string, leaves its text in name and
 // returns true, else pushes it back.
 bool next_name(char* name) {
-    const int code = read_RIB_token(name);
-    if (code == TOKEN_STRING) return true;
-    RIBparse_return_token(name, code);
+    RibTokenView token;
+    const int code = scan_RIB_token(&token);
+    if (code == TOKEN_STRING) {
+        materialize_token(token, name);
+        return true;
+    }
+    return_token_view(token);
     return false;
 }
 
@@ -259,6 +275,15 @@ int read_string_value(ListPacker& pack, PackedPair* pair) {
 }
 
 // A declared name's value, read by its type. Returns 1 (pair kept) or -1.
+// The note for a declaration whose type has no reader: its name, storage
+// class and type code.
+void write_no_good_decl_note(const char* name, const Declaration& decl) {
+    const std::string note = std::string("Error: no good decl on ") + name + " " +
+                             Declaration::detailname(decl.detail) + " " +
+                             std::to_string(int(decl.type));
+    write_note(note.data(), note.size());
+}
+
 int read_declared_value(const Declaration& decl, const char* name, ListPacker& pack,
                         PackedPair* pair) {
     const int count = std::max<int>(decl.count, 0);
@@ -282,8 +307,7 @@ int read_declared_value(const Declaration& decl, const char* name, ListPacker& p
             // type): the pair is kept without values, and its values, if
             // any, are left in the input. The message gives the name, the
             // storage class and the type code.
-            std::fprintf(stderr, "Error: no good decl on %s %s %d\n", name,
-                         Declaration::detailname(decl.detail), int(decl.type));
+            write_no_good_decl_note(name, decl);
             pair->value = pack.reserve(0);
             return pair->value < 0 ? -1 : 1;
     }
@@ -339,7 +363,7 @@ int read_undeclared_value(const char* name, ListPacker& pack, PackedPair* pair) 
 // ---- typed list ----
 
 int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
-    ListState state;
+    ListState& state = ListState::fresh();
     char written[RIB_TOKEN_MAX];
     inline_declarations_clear();
     while (next_name(written)) {
@@ -390,7 +414,7 @@ bool read_primitive_value(ListPacker& pack, PackedPair* pair, int* count) {
 }  // namespace
 
 int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int counts[]) {
-    ListState state;
+    ListState& state = ListState::fresh();
     int vertices = 4;
     int pair_counts[RIB_PARAM_MAX];
     char written[RIB_TOKEN_MAX];

@@ -53,11 +53,8 @@ int read_element(T* out, T (*convert)(const RibTokenView&)) {
     return -1;
 }
 
-// Pushes the token back, as its text would read in a caller's buffer.
 void return_token(const RibTokenView& token) {
-    char text[RIB_TOKEN_MAX];
-    materialize_token(token, text);
-    RIBparse_return_token(text, token.code);
+    return_token_view(token);
 }
 
 // Replaces the buffer by one of new_cap elements; the old contents are copied
@@ -381,6 +378,7 @@ bool convert_short_decimal(const char* p, const char* end, double* value) {
 }  // namespace
 
 float token_atof(const RibTokenView& token) {
+    if (token.numeric) return static_cast<float>(token.number);
     double value = 0.0;
     if (convert_short_decimal(token.text, token.text + token.length, &value)) {
         return static_cast<float>(value);
@@ -395,7 +393,16 @@ float token_atof(const RibTokenView& token) {
     return rib_atof(text);
 }
 
+// A binary number converts as atoi would read its text: towards zero,
+// saturating at the ends of int (and 0 for a NaN).
 int token_atoi(const RibTokenView& token) {
+    if (token.numeric) {
+        const double value = token.number;
+        if (!(value == value)) return 0;
+        if (value >= 2147483647.0) return INT_MAX;
+        if (value <= -2147483648.0) return INT_MIN;
+        return static_cast<int>(value);
+    }
     const unsigned char* p = reinterpret_cast<const unsigned char*>(token.text);
     return parse_int(p, p + token.length);
 }

@@ -12,12 +12,21 @@
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
 #include "rib/rib_files.h"
+#include "rib/token_scan.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
 #include "support/hashtable.h"
+#include "support/report_output.h"
 
 int drawing_on = 1;
 int echo_requests = 0;
+int rib_request_line = 0;
+
+namespace {
+
+bool reading_stopped = false;
+
+}  // namespace
 
 namespace {
 
@@ -315,8 +324,7 @@ struct KeywordCacheEntry {
 };
 KeywordCacheEntry keyword_cache[256];
 
-REACTION* find_request_row(const char* word) {
-    const size_t length = strlen(word);
+REACTION* find_request_row(const char* word, size_t length) {
     if (length == 0) return match_identifier(word);
     const auto first = static_cast<unsigned char>(word[0]);
     const auto last = static_cast<unsigned char>(word[length - 1]);
@@ -325,21 +333,24 @@ REACTION* find_request_row(const char* word) {
         return entry.row;
     }
     REACTION* row = match_identifier(word);
-    if (row) entry = {row->keyword, length, row};
+    // A word with a NUL inside (a binary string) matches by its text up to
+    // the NUL and is not kept: the cache compares whole lengths.
+    if (row && strlen(row->keyword) == length) entry = {row->keyword, length, row};
     return row;
 }
 
 // A word that ended the input (no white space after it): a request there is
 // not carried out, but a word that is no request is reported like any
 // other, where its request would have been carried out.
-void report_last_word(const char* word, long frame) {
-    if (find_request_row(word) != nullptr) return;
+void report_last_word(const char* word, size_t length, long frame) {
+    if (find_request_row(word, length) != nullptr) return;
     if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
 }
 
-void select_and_dispatch(const char* word, long* frame) {
+void select_and_dispatch(const char* word, size_t length, long* frame) {
+    rib_request_line = RIB_lineno;
     // One keyword lookup serves both the frame counting and the dispatch.
-    REACTION* row = find_request_row(word);
+    REACTION* row = find_request_row(word, length);
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
     bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
@@ -375,7 +386,9 @@ void structure_comment(const char* searchpath) {
 
 void report_stray(int code) {
     if (drawing_on == 1 && code != ' ' && code != '\n' && code != '\t') {
-        fprintf(stderr, "read character %d  \"%c\"\n", code, code);
+        char note[64];
+        const int length = snprintf(note, sizeof note, "read character %d  \"%c\"", code, code);
+        write_note(note, static_cast<size_t>(length));
     }
 }
 
@@ -385,9 +398,16 @@ void read_requests(const char* searchpath) {
     char token[RIB_TOKEN_MAX];
     long frame = -1;
     do {
-        int code = read_RIB_token(token);
-        if (RIBparse_at_eof() || code == TOKEN_EOF) {
-            if (code == TOKEN_IDENTIFIER) report_last_word(token, frame);
+        RibTokenView view;
+        int code = scan_RIB_token(&view);
+        if (code != TOKEN_EOF) materialize_token(view, token);
+        // A word that meets the end of input may have been cut there and is
+        // dropped; a token of the binary encoding is whole once its last byte
+        // is read, so a binary file's last request is still carried out.
+        if (code == TOKEN_EOF || (RIBparse_at_eof() && !RIBparse_token_was_binary())) {
+            if (code == TOKEN_IDENTIFIER) {
+                report_last_word(token, static_cast<size_t>(view.length), frame);
+            }
             return;
         }
         switch (code) {
@@ -399,21 +419,13 @@ void read_requests(const char* searchpath) {
                 structure_comment(searchpath);
                 break;
             case TOKEN_IDENTIFIER:
-                select_and_dispatch(token, &frame);
-                break;
-            case TOKEN_END:
-                // A byte 255 with more input after it (at the end of input
-                // the end flag is set, and the loop has already ended). This
-                // departs from taking every 255 for the end of the file: the
-                // byte is reported as a syntax error and skipped, and the
-                // rest of the file is read.
-                rib_syntax_error("unexpected byte 255");
+                select_and_dispatch(token, static_cast<size_t>(view.length), &frame);
                 break;
             default:
                 report_stray(code);
                 break;
         }
-    } while (frame <= end_frame);
+    } while (frame <= end_frame && !reading_stopped);
 }
 
 }  // namespace
@@ -511,11 +523,24 @@ int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo)
     return read_stream(f, name, searchpath, echo);
 }
 
+void RIBparse_stop_reading() {
+    reading_stopped = true;
+}
+
+void RIBparse_resume_reading() {
+    reading_stopped = false;
+}
+
+bool RIBparse_reading_stopped() {
+    return reading_stopped;
+}
+
 const char* RIBparse_searchpath() {
     return current_searchpath;
 }
 
 void RIBparse_dispatch(const char* keyword) {
+    rib_request_line = RIB_lineno;
     dispatch_row(keyword, match_identifier(keyword));
 }
 

@@ -44,6 +44,14 @@ int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo)
 // The search path of the ParseRIB call under way (null outside one).
 const char* RIBparse_searchpath();
 void RIBparse_dispatch(const char* keyword);
+// Line of the keyword of the request being carried out (0 before the first).
+extern int rib_request_line;
+// Stops the reading under way: every stream being read ends before its next
+// request and no archive is read, until RIBparse_resume_reading. A check
+// run (-check) stops so after a report that would end the program.
+void RIBparse_stop_reading();
+void RIBparse_resume_reading();
+bool RIBparse_reading_stopped();
 // Readers of the requests with argument codes 255 (no parse function) and 15.
 void RIBparse_special_request(const char* keyword, REACTION* row);
 void RIBparse_texture_request(const char* keyword, REACTION* row);

@@ -11,10 +11,16 @@
 // it at once. Its length is already cut to RIB_TOKEN_MAX - 1 bytes (and the
 // cut reported), so the text is byte for byte what read_RIB_token would have
 // written. At end of input the text is empty.
+//
+// A number of the binary encoding comes with its exact value instead (numeric
+// set, the text empty): it is converted from that value, and its text is only
+// made when the token is copied out (as "%.17g", which reads back exactly).
 struct RibTokenView {
     int code;
     const char* text;
     int length;
+    bool numeric = false;
+    double number = 0.0;
 };
 
 // Scans the next token; read_RIB_token is this followed by a copy of the text.
@@ -22,6 +28,8 @@ int scan_RIB_token(RibTokenView* token);
 
 // Copies the token's text, NUL-terminated, into text (RIB_TOKEN_MAX bytes).
 void materialize_token(const RibTokenView& token, char* text);
+// Pushes the token back, with its exact value when it has one.
+void return_token_view(const RibTokenView& token);
 
 // The values rib_atof and rib_atoi give for the token's text.
 float token_atof(const RibTokenView& token);

@@ -1,6 +1,6 @@
 // The RIB tokenizer: the reader state of the current stream with its own read
-// buffer, token recognition (ASCII and the numeric forms of the binary
-// encoding) and the one-token push-back.
+// buffer, token recognition (ASCII here, the binary encoding in
+// binary_tokens.cpp) and the one-token push-back.
 //
 // The reading model is one byte of lookahead over the stream, and the end
 // flag is set the moment a read meets end of input. Tokens are recognised
@@ -12,18 +12,22 @@
 // moment the end flag is set) is the same on both paths.
 #include "rib/tokenizer.h"
 
+#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "driver/globals.h"
+#include "rib/binary_tokens.h"
 #include "rib/compressed_input.h"
+#include "rib/input_bytes.h"
 #include "rib/token_scan.h"
 #include "support/error.h"
 #include "support/memory.h"
 
 int RIB_echo = 0;
+RibStreamState rib_input;
 
 namespace {
 
@@ -34,10 +38,8 @@ constexpr int READ_CHUNK = TRACERY_READ_CHUNK;
 #else
 constexpr int READ_CHUNK = 64 * 1024;
 #endif
-constexpr int END_OF_INPUT = 255;
-
-// The reader state of the stream being read (all zero: no stream).
-RibStreamState current;
+constexpr int END_OF_INPUT = RIB_END_OF_INPUT;
+RibStreamState& current = rib_input;
 
 // Text of a token that is not handed out in place: one read across a buffer
 // refill, a push-back, a decoded binary number or a single character.
@@ -45,12 +47,17 @@ char spill[RIB_TOKEN_MAX];
 
 // ---- Character classes ----
 
+// Carriage return is white space here, and a CR LF pair or a lone CR ends a
+// line as a newline does. This departs from taking CR for a token of its
+// own: files written on Windows (CR LF) and old Macintosh files (CR) would
+// otherwise lose every parameter list that goes on over a line end.
 enum CharClass : unsigned char {
     LETTER = 1,
     DIGIT = 2,
     UNDERSCORE = 4,
-    BLANK = 8,        // blank, tab and newline: skipped between tokens
-    STRING_STOP = 16  // double quote, newline and carriage return end a string
+    BLANK = 8,            // blank, tab, newline and carriage return
+    STRING_SPECIAL = 16,  // a quoted string ends or needs the byte-wise reader
+    BINARY = 32           // starts a form of the binary encoding
 };
 
 struct ClassTable {
@@ -62,9 +69,11 @@ struct ClassTable {
         of['_'] = UNDERSCORE;
         of[' '] = BLANK;
         of['\t'] = BLANK;
-        of['\n'] = BLANK | STRING_STOP;
-        of['"'] = STRING_STOP;
-        of['\r'] = STRING_STOP;
+        of['\n'] = BLANK | STRING_SPECIAL;
+        of['\r'] = BLANK | STRING_SPECIAL;
+        of['"'] = STRING_SPECIAL;
+        of['\\'] = STRING_SPECIAL;
+        for (int c = 128; c < 256; ++c) of[c] = BINARY;
     }
 };
 constexpr ClassTable classes;
@@ -81,50 +90,17 @@ inline bool is_identifier_char(int c) {
 inline bool is_blank(int c) {
     return classes.of[c & 0xff] & BLANK;
 }
-inline bool ends_string(int c) {
-    return classes.of[c & 0xff] & STRING_STOP;
+inline bool is_string_special(int c) {
+    return classes.of[c & 0xff] & STRING_SPECIAL;
 }
 
 // ---- Reading characters ----
 
-// The one place where the read buffer is filled from the stream, with its
-// content (inflated when the stream is gzip); returns the number of bytes
-// read, 0 at end of input (a read error, or damaged compressed data reported
-// there, counts as end of input).
-int fill_buffer() {
-    return compressed_read(current.input, current.buffer, READ_CHUNK);
-}
-
-// Refills the buffer and takes its first byte; at end of input sets the end
-// flag and leaves 255 as the lookahead. Nothing is read once the flag is set,
-// so a terminal is not asked again after its end of file.
-void advance_slow() {
-    current.buffer_pos = 0;
-    current.buffer_len = 0;
-    if (!current.at_eof && current.stream && current.buffer) current.buffer_len = fill_buffer();
-    if (current.buffer_len <= 0) {
-        current.buffer_len = 0;
-        current.at_eof = 1;
-        current.lookahead = END_OF_INPUT;
-        return;
-    }
-    current.lookahead = current.buffer[current.buffer_pos++];
-}
-
-// Consumes the lookahead and reads the next character into it.
 inline void advance() {
-    if (current.buffer_pos < current.buffer_len) {
-        current.lookahead = current.buffer[current.buffer_pos++];
-    } else {
-        advance_slow();
-    }
+    rib_advance();
 }
-
-// Consumes the lookahead and returns it.
 inline int next_byte() {
-    int c = current.lookahead;
-    advance();
-    return c;
+    return rib_next_byte();
 }
 
 // Whether the lookahead is a byte of the read buffer, at buffer[pos - 1]
@@ -147,7 +123,7 @@ inline void consume_to(const unsigned char* p) {
         current.buffer_pos = static_cast<int>(p - current.buffer) + 1;
     } else {
         current.buffer_pos = current.buffer_len;
-        advance_slow();
+        rib_input_refill();
     }
 }
 
@@ -157,6 +133,29 @@ void count_newline() {
     if (RIB_echo >= 2 && RIB_lineno % 2000 == 0) {
         fprintf(stderr, "Read line [%ld]\n", static_cast<long>(RIB_lineno));
     }
+}
+
+// Consumes the line end at the lookahead (LF, CR or CR LF) and counts it.
+void consume_line_end() {
+    const int c = next_byte();
+    count_newline();
+    if (c == '\r' && !current.at_eof && current.lookahead == '\n') advance();
+}
+
+// Skips the blanks from p on, inside the buffer, counting line ends; returns
+// where it stopped. A CR that is the last byte of the buffer stops the run,
+// since whether an LF pairs with it is known only after the refill.
+const unsigned char* skip_blank_run(const unsigned char* p, const unsigned char* end) {
+    for (; p < end && is_blank(*p); ++p) {
+        if (*p == '\n') {
+            count_newline();
+        } else if (*p == '\r') {
+            if (p + 1 == end) break;
+            count_newline();
+            if (p[1] == '\n') ++p;
+        }
+    }
+    return p;
 }
 
 // ---- Token text ----
@@ -254,11 +253,99 @@ int read_number_bytes(RibTokenView* token) {
     return spilled(token, TOKEN_NUMBER);
 }
 
+// Quoted strings are read as the standard writes them, departing from a
+// string that ends at the end of its line and keeps backslashes as they are:
+// a string goes on over line ends (counted like any other), and the escape
+// sequences \n \r \t \b \f \\ \" and a backslash with up to three octal
+// digits are decoded; a backslash before a line end drops both. A backslash
+// before any other character is kept with it ("C:\Users" stays as written).
+void read_escape(TokenText& out) {
+    const int c = current.lookahead;
+    if (current.at_eof) {
+        out.put('\\');
+        return;
+    }
+    if (c == '\n' || c == '\r') {
+        consume_line_end();
+        return;
+    }
+    if (c >= '0' && c <= '7') {
+        int value = 0;
+        for (int digits = 0; digits < 3 && !current.at_eof; ++digits) {
+            const int d = current.lookahead;
+            if (d < '0' || d > '7') break;
+            value = value * 8 + (d - '0');
+            advance();
+        }
+        out.put(value & 0xff);
+        return;
+    }
+    int decoded;
+    switch (c) {
+        case 'n':
+            decoded = '\n';
+            break;
+        case 'r':
+            decoded = '\r';
+            break;
+        case 't':
+            decoded = '\t';
+            break;
+        case 'b':
+            decoded = '\b';
+            break;
+        case 'f':
+            decoded = '\f';
+            break;
+        case '\\':
+            decoded = '\\';
+            break;
+        case '"':
+            decoded = '"';
+            break;
+        default:
+            out.put('\\');
+            return;
+    }
+    advance();
+    out.put(decoded);
+}
+
+// The end of input met inside a string: reported once, on the line where
+// the string began, so that the user finds the stray quote.
+void report_unterminated_string(int first_line) {
+    const int line = RIB_lineno;
+    RIB_lineno = first_line;
+    forget_reported_line();
+    rib_syntax_error("String not closed before the end of input");
+    RIB_lineno = line;
+}
+
 int read_string_bytes(RibTokenView* token) {
+    const int first_line = RIB_lineno;
     TokenText out(spill);
     advance();
-    while (!current.at_eof && !ends_string(current.lookahead)) out.put(next_byte());
-    advance();
+    for (;;) {
+        if (current.at_eof) {
+            report_unterminated_string(first_line);
+            break;
+        }
+        const int c = current.lookahead;
+        if (c == '"') {
+            advance();
+            break;
+        }
+        if (c == '\\') {
+            advance();
+            read_escape(out);
+        } else if (c == '\n' || c == '\r') {
+            out.put(next_byte());
+            if (c == '\r' && !current.at_eof && current.lookahead == '\n') out.put(next_byte());
+            count_newline();
+        } else {
+            out.put(next_byte());
+        }
+    }
     out.finish();
     return spilled(token, TOKEN_STRING);
 }
@@ -314,94 +401,22 @@ int scan_number(RibTokenView* token) {
     return TOKEN_NUMBER;
 }
 
-// The closing byte is consumed too, so the string must end before the last
-// byte of the buffer: consuming that one would refill over the text.
+// A string without escapes or line ends, closed inside the buffer. The
+// closing byte is consumed too, so the string must end before the last byte
+// of the buffer: consuming that one would refill over the text.
 int scan_string(RibTokenView* token) {
     const unsigned char* start = lookahead_at() + 1;
     const unsigned char* end = buffer_end();
     const unsigned char* p = start;
-    while (p < end && !ends_string(*p)) ++p;
-    if (p + 1 >= end) return 0;
+    while (p < end && !is_string_special(*p)) ++p;
+    if (p + 1 >= end || *p != '"') return 0;
     in_place(token, TOKEN_STRING, start, p);
     consume_to(p + 1);
     return TOKEN_STRING;
 }
 
-// ---- Binary forms ----
-
-uint64_t read_big_endian(int bytes) {
-    uint64_t value = 0;
-    for (int i = 0; i < bytes; ++i) value = (value << 8) | static_cast<uint64_t>(next_byte());
-    return value;
-}
-
-int print_number(RibTokenView* token, double value) {
-    snprintf(spill, RIB_TOKEN_MAX, "%g", value);
-    return spilled(token, TOKEN_NUMBER);
-}
-
-// Bytes 128..143: w + 1 value bytes, most significant first, scaled down by
-// 256 d times. Four bytes make a signed 32-bit value; shorter ones are not
-// sign-extended.
-int read_fixed_point(RibTokenView* token, int b) {
-    int width = b % 4 + 1;
-    int fraction_bytes = (b - 128) / 4;
-    advance();
-    uint32_t bits = static_cast<uint32_t>(read_big_endian(width));
-    int32_t value =
-        bits <= INT32_MAX ? static_cast<int32_t>(bits) : -static_cast<int32_t>(~bits) - 1;
-    float number = static_cast<float>(value);
-    for (int i = 0; i < fraction_bytes; ++i) number /= 256.0f;
-    return print_number(token, number);
-}
-
-int read_binary_float(RibTokenView* token) {
-    advance();
-    uint32_t bits = static_cast<uint32_t>(read_big_endian(4));
-    float number;
-    memcpy(&number, &bits, sizeof number);
-    return print_number(token, number);
-}
-
-int read_binary_double(RibTokenView* token) {
-    advance();
-    uint64_t bits = read_big_endian(8);
-    double number;
-    memcpy(&number, &bits, sizeof number);
-    return print_number(token, number);
-}
-
-// Copies count bytes of a binary string (fewer at end of input).
-void copy_string_bytes(TokenText& out, uint32_t count) {
-    for (uint32_t i = 0; i < count && !current.at_eof; ++i) out.put(next_byte());
-}
-
-// Bytes 144..159: a string of b - 128 bytes that starts with b itself.
-int read_short_string(RibTokenView* token, int b) {
-    TokenText out(spill);
-    copy_string_bytes(out, static_cast<uint32_t>(b - 128));
-    out.finish();
-    return spilled(token, TOKEN_STRING);
-}
-
-// Bytes 160..163: the length is made of the b - 160 bytes that start with b
-// itself, and that many bytes follow. With b = 160 the length has no bytes,
-// so nothing would be consumed and the same byte met again forever: here b is
-// consumed and the token is an empty string, so no input can stall the reader.
-int read_long_string(RibTokenView* token, int b) {
-    TokenText out(spill);
-    if (b == 160) {
-        advance();
-    } else {
-        uint32_t length = static_cast<uint32_t>(read_big_endian(b - 160));
-        copy_string_bytes(out, length);
-    }
-    out.finish();
-    return spilled(token, TOKEN_STRING);
-}
-
 // Recognises the token that starts at the lookahead (white space and comments
-// already dealt with).
+// already dealt with). Returns 0 when a binary form gave no token.
 int classify_token(RibTokenView* token) {
     int c = current.lookahead;
     const bool in_buffer = lookahead_in_buffer();
@@ -413,61 +428,37 @@ int classify_token(RibTokenView* token) {
         if (in_buffer && scan_number(token)) return TOKEN_NUMBER;
         return read_number_bytes(token);
     }
-    if (c == '"') {
-        if (in_buffer && scan_string(token)) return TOKEN_STRING;
-        return read_string_bytes(token);
-    }
-    if (c >= 128 && c <= 143) return read_fixed_point(token, c);
-    if (c == 164) return read_binary_float(token);
-    if (c == 165) return read_binary_double(token);
-    if (c >= 144 && c <= 159) return read_short_string(token, c);
-    if (c >= 160 && c <= 163) return read_long_string(token, c);
+    if (c == '"') return rib_scan_quoted_string(token);
+    if (classes.of[c & 0xff] & BINARY) return scan_binary_token(token);
     advance();
     return single_character(token, c);
 }
 
-// Skips blanks, tabs and newlines, counting the newlines; false when end of
-// input is met.
-bool skip_white_space() {
-    while (is_blank(current.lookahead)) {
-        if (lookahead_in_buffer()) {
-            const unsigned char* p = lookahead_at();
-            const unsigned char* end = buffer_end();
-            for (; p < end && is_blank(*p); ++p) {
-                if (*p == '\n') count_newline();
-            }
-            consume_to(p);
-        } else {
-            if (current.lookahead == '\n') count_newline();
-            advance();
-        }
-        if (current.at_eof) return false;
-    }
-    return true;
-}
-
-// Consumes bytes up to, not including, the next newline (or to end of input).
+// Consumes bytes up to, not including, the next line end (or to end of input).
 void skip_to_newline() {
-    while (!current.at_eof && current.lookahead != '\n') {
+    while (!current.at_eof && current.lookahead != '\n' && current.lookahead != '\r') {
         if (!lookahead_in_buffer()) {
             advance();
             continue;
         }
-        const unsigned char* start = lookahead_at();
+        const unsigned char* p = lookahead_at();
         const unsigned char* end = buffer_end();
-        const void* newline = memchr(start, '\n', static_cast<size_t>(end - start));
-        consume_to(newline ? static_cast<const unsigned char*>(newline) : end);
+        while (p < end && *p != '\n' && *p != '\r') ++p;
+        consume_to(p);
     }
 }
 
-// Consumes a comment up to and including its newline. That newline is not
-// counted in the line number.
+// Consumes a comment up to and including its line end (a CR LF pair is one).
+// That line end is not counted in the line number.
 void skip_comment() {
     skip_to_newline();
+    const int c = current.lookahead;
     advance();
+    if (c == '\r' && !current.at_eof && current.lookahead == '\n') advance();
 }
 
 void release_state(RibStreamState& state) {
+    release_binary_definitions(state);
     if (state.buffer) myfree(state.buffer);
     if (state.name_copy) myfree(state.name_copy);
     compressed_close(state.input);
@@ -498,29 +489,25 @@ int RIBparse_open_stream(FILE* f, const char* name) {
     }
     if (!f) return -1;
     release_state(current);
+    current = RibStreamState();
     current.stream = f;
     current.owns_stream = opened_here;
     current.descriptor = fileno(f);
     current.input = compressed_open(current.descriptor, f, name ? name : "stdin");
     current.buffer = static_cast<unsigned char*>(myalloc(READ_CHUNK));
-    current.buffer_pos = current.buffer_len = 0;
     current.name_copy = copy_name(name ? name : "");
     RIB_filename = current.name_copy;
     current.line = RIB_lineno = 1;
-    current.at_eof = 0;
-    current.pushback_text[0] = '\0';
-    current.pushback_code = 0;
     advance();
     return 0;
 }
 
 void RIBparse_close_stream() {
     release_state(current);
+    current = RibStreamState();
     RIB_filename = nullptr;
-    RIB_lineno = current.line = 0;
+    RIB_lineno = 0;
     current.descriptor = -1;
-    current.at_eof = 0;
-    current.buffer_pos = current.buffer_len = 0;
 }
 
 void RIBparse_save_state(RibStreamState* saved) {
@@ -536,11 +523,34 @@ void RIBparse_restore_state(RibStreamState* saved) {
     RIB_lineno = current.line;
 }
 
+// The one place where the read buffer is filled from the stream, with its
+// content (inflated when the stream is gzip). Nothing is read once the end
+// flag is set, so a terminal is not asked again after its end of file; a read
+// error, or damaged compressed data reported there, counts as end of input.
+void rib_input_refill() {
+    current.buffer_base += current.buffer_len;
+    current.buffer_pos = 0;
+    current.buffer_len = 0;
+    if (!current.at_eof && current.stream && current.buffer) {
+        current.buffer_len = compressed_read(current.input, current.buffer, READ_CHUNK);
+    }
+    if (current.buffer_len <= 0) {
+        current.buffer_len = 0;
+        current.at_eof = 1;
+        current.lookahead = END_OF_INPUT;
+        return;
+    }
+    current.lookahead = current.buffer[current.buffer_pos++];
+}
+
 int RIBparse_lookahead() {
     return current.lookahead;
 }
 int RIBparse_at_eof() {
     return current.at_eof;
+}
+int RIBparse_token_was_binary() {
+    return current.last_binary;
 }
 void RIBparse_advance() {
     advance();
@@ -548,6 +558,26 @@ void RIBparse_advance() {
 
 void RIBparse_skip_line() {
     skip_to_newline();
+}
+
+bool rib_skip_white_space() {
+    while (is_blank(current.lookahead) && !current.at_eof) {
+        const unsigned char* p =
+            lookahead_in_buffer() ? skip_blank_run(lookahead_at(), buffer_end()) : nullptr;
+        if (p && p != lookahead_at()) {
+            consume_to(p);
+        } else if (current.lookahead == '\n' || current.lookahead == '\r') {
+            consume_line_end();
+        } else {
+            advance();
+        }
+    }
+    return !current.at_eof;
+}
+
+int rib_scan_quoted_string(RibTokenView* token) {
+    if (lookahead_in_buffer() && scan_string(token)) return TOKEN_STRING;
+    return read_string_bytes(token);
 }
 
 // ---- Tokens ----
@@ -565,11 +595,8 @@ int end_of_input(RibTokenView* token) {
 // identifier that ends inside the buffer. Returns the token's code, or 0
 // after consuming only the blanks (the general steps then go on from there).
 int scan_blanks_and_word(RibTokenView* token) {
-    const unsigned char* p = lookahead_at();
+    const unsigned char* p = skip_blank_run(lookahead_at(), buffer_end());
     const unsigned char* end = buffer_end();
-    for (; p < end && is_blank(*p); ++p) {
-        if (*p == '\n') count_newline();
-    }
     if (p < end) {
         const int c = *p;
         const unsigned char* stop = nullptr;
@@ -591,30 +618,69 @@ int scan_blanks_and_word(RibTokenView* token) {
     return 0;
 }
 
+int take_pushback(RibTokenView* token) {
+    if (current.pushback_view) {
+        token->code = current.pushback_code;
+        token->text = current.pushback_view;
+        token->length = current.pushback_length;
+        current.pushback_full = 0;
+        current.pushback_view = nullptr;
+        return token->code;
+    }
+    const size_t length = strlen(current.pushback_text);
+    memcpy(spill, current.pushback_text, length + 1);
+    current.pushback_full = 0;
+    current.pushback_text[0] = '\0';
+    spilled(token, current.pushback_code);
+    token->length = static_cast<int>(length);
+    if (current.pushback_numeric) {
+        token->numeric = true;
+        token->number = current.pushback_number;
+        token->length = 0;
+    }
+    return token->code;
+}
+
+// The input is used up: the end flag is set and no float array of the
+// binary encoding still has tokens to give.
+bool input_exhausted() {
+    return current.at_eof && current.array_left == 0 && !current.array_close;
+}
+
 }  // namespace
 
 int scan_RIB_token(RibTokenView* token) {
+    token->numeric = false;
+    if (current.pushback_full) return take_pushback(token);
+    if (current.array_left > 0 || current.array_close) return next_array_token(token);
     if (current.at_eof) return end_of_input(token);
-    if (current.pushback_text[0] != '\0') {
-        memcpy(spill, current.pushback_text, strlen(current.pushback_text) + 1);
-        current.pushback_text[0] = '\0';
-        return spilled(token, current.pushback_code);
-    }
-    if (lookahead_in_buffer()) {
-        if (int code = scan_blanks_and_word(token)) return code;
-        // End of input met while skipping blanks.
+    current.last_binary = 0;
+    for (;;) {
+        if (lookahead_in_buffer()) {
+            if (int code = scan_blanks_and_word(token)) return code;
+            // End of input met while skipping blanks.
+            if (current.at_eof) return end_of_input(token);
+        }
+        if (!rib_skip_white_space()) return end_of_input(token);
+        if (current.lookahead == '#') {
+            advance();
+            if (current.lookahead == '#' && !current.at_eof) return single_character(token, '#');
+            skip_comment();
+        }
+        // A binary definition, or a binary form reported and skipped, gives
+        // no token: the next one is read.
+        if (int code = classify_token(token)) return code;
         if (current.at_eof) return end_of_input(token);
     }
-    if (!skip_white_space()) return end_of_input(token);
-    if (current.lookahead == '#') {
-        advance();
-        if (current.lookahead == '#' && !current.at_eof) return single_character(token, '#');
-        skip_comment();
-    }
-    return classify_token(token);
 }
 
 void materialize_token(const RibTokenView& token, char* text) {
+    if (token.numeric) {
+        // The shortest text that reads back as the same double.
+        auto result = std::to_chars(text, text + RIB_TOKEN_MAX - 1, token.number);
+        *result.ptr = '\0';
+        return;
+    }
     memcpy(text, token.text, static_cast<size_t>(token.length));
     text[token.length] = '\0';
 }
@@ -627,8 +693,13 @@ int read_RIB_token(char* text) {
     return code;
 }
 
+// At end of input the pushed-back token is dropped, as a word cut by the
+// end is; a binary token is whole there and is kept.
 int RIBparse_return_token(const char* text, int code) {
-    if (current.at_eof) {
+    current.pushback_numeric = 0;
+    current.pushback_view = nullptr;
+    if (input_exhausted() && !current.last_binary) {
+        current.pushback_full = 0;
         current.pushback_text[0] = '\0';
         current.pushback_code = TOKEN_EOF;
         return 0;
@@ -637,5 +708,28 @@ int RIBparse_return_token(const char* text, int code) {
     memcpy(current.pushback_text, text, length);
     current.pushback_text[length] = '\0';
     current.pushback_code = code;
+    current.pushback_full = 1;
     return 0;
+}
+
+void return_token_view(const RibTokenView& token) {
+    if (token.numeric) {
+        RIBparse_return_token("", token.code);
+        current.pushback_numeric = current.pushback_full;
+        current.pushback_number = token.number;
+        return;
+    }
+    const char* buffer = reinterpret_cast<const char*>(current.buffer);
+    if (buffer && token.text >= buffer &&
+        token.text + token.length <= buffer + current.buffer_len) {
+        RIBparse_return_token("", token.code);
+        if (current.pushback_full) {
+            current.pushback_view = token.text;
+            current.pushback_length = token.length;
+        }
+        return;
+    }
+    char text[RIB_TOKEN_MAX];
+    materialize_token(token, text);
+    RIBparse_return_token(text, token.code);
 }

@@ -28,6 +28,8 @@ constexpr int RIB_TOKEN_MAX = 1024;
 constexpr int RIB_VECTOR_MAX = 1 << 24;
 constexpr int RIB_SCRATCH_MAX = 1 << 30;
 
+struct BinaryDefinitions;
+
 // The whole reader state of one stream; saved and restored around archives.
 struct RibStreamState {
     FILE* stream;
@@ -37,12 +39,28 @@ struct RibStreamState {
     unsigned char* buffer;   // read buffer of the stream (owned)
     int buffer_pos;
     int buffer_len;
+    long long buffer_base;  // bytes of the stream's content before the buffer
     int lookahead;
     int at_eof;
     char* name_copy;  // owned copy of the stream's name
     int line;         // private line counter, kept with RIB_lineno
     char pushback_text[RIB_TOKEN_MAX];
     int pushback_code;
+    int pushback_full;  // the slot holds a token (its text may be empty)
+    // Or the pushed-back text where it lies in this stream's read buffer:
+    // nothing is read before the token is taken again, so it stays there.
+    const char* pushback_view;
+    int pushback_length;
+    int pushback_numeric;  // a number pushed back with its exact value
+    double pushback_number;
+    // Binary encoding: the requests and strings the stream has defined
+    // (owned, null until the first definition), the floats still to come of
+    // an array under way and whether its closing ']' is still due, and
+    // whether the last token came from a binary form.
+    BinaryDefinitions* definitions;
+    long long array_left;
+    int array_close;
+    int last_binary;
 };
 
 // Echo level of the current stream (the third argument of ParseRIB).
@@ -67,8 +85,12 @@ int RIBparse_return_token(const char* text, int code);
 // The lookahead byte (255 at end of input), the end flag, and consuming it.
 int RIBparse_lookahead();
 int RIBparse_at_eof();
+// Whether the last token read was of the binary encoding. Such a token is
+// whole when its last byte is read, so the end flag set by that read does not
+// mean the token was cut (an ASCII word is cut by the end of input).
+int RIBparse_token_was_binary();
 void RIBparse_advance();
-// Skips characters up to, not including, the next newline.
+// Skips characters up to, not including, the next newline or carriage return.
 void RIBparse_skip_line();
 
 int RIBparse_read_number(char* text);

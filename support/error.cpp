@@ -6,8 +6,21 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "support/report_output.h"
+
+namespace {
+
+// Before the program ends after a report, the count of the reports the
+// limit held back is written, as at a normal end.
+void exit_after_report(int status) {
+    write_reports_not_shown();
+    std::exit(status);
+}
+
+}  // namespace
+
 RtErrorHandler RMError = RiErrorPrint;
-void (*error_exit)(int status) = std::exit;
+void (*error_exit)(int status) = exit_after_report;
 RtInt RiLastError = 0;
 int RIB_lineno = 0;
 const char* RIB_filename = nullptr;
@@ -19,8 +32,6 @@ namespace {
 
 // Line of the last printed report; -1 before the first.
 int last_reported_line = -1;
-
-const char* const severity_names[4] = {"INFO", "WARNING", "ERROR", "SEVERE ERROR"};
 
 // The interleaved list of _array_to_v has room of its own: 99 pairs and the
 // terminating null pair.
@@ -35,9 +46,16 @@ bool is_suppressed_repeat(int code, const char* message) {
     return !(code == RIE_BADTOKEN && message != nullptr);
 }
 
-const char* severity_name(int severity) {
-    if (severity < 0 || severity > 3) return "UNKNOWN";
-    return severity_names[severity];
+// The printing handler's work: unless the report repeats the last one,
+// prints it and records its code and line; a severe report ends the program.
+// ends_program says that the program ends after this report (a severe one,
+// or an error under RiErrorAbort), which shows it even past the report limit.
+void print_and_record(RtInt code, RtInt severity, const char* message, bool ends_program) {
+    if (is_suppressed_repeat(code, message)) return;
+    write_report(code, severity, message, ends_program);
+    if (severity >= RIE_SEVERE) error_exit(-1);
+    RiLastError = code;
+    last_reported_line = RIB_lineno;
 }
 
 }  // namespace
@@ -110,31 +128,19 @@ RtVoid RiErrorHandler(RtErrorHandler handler) {
     RMError = handler;
 }
 
-RtVoid RiErrorIgnore(RtInt code, RtInt, const char*) {
+// Ignored reports are still counted, so that a check of a file that
+// silences its own reports still finds them.
+RtVoid RiErrorIgnore(RtInt code, RtInt severity, const char*) {
+    count_report(severity);
     RiLastError = code;
 }
 
 RtVoid RiErrorPrint(RtInt code, RtInt severity, const char* message) {
-    if (is_suppressed_repeat(code, message)) return;
-    std::fprintf(stderr, "%s: ", severity_name(severity));
-    if (RIB_lineno > 0) {
-        std::fprintf(stderr, "%s (%d): ", RIB_filename ? RIB_filename : "", RIB_lineno);
-    }
-    if (const char* text = error_code_text(code)) {
-        std::fprintf(stderr, "%s", text);
-    } else {
-        std::fprintf(stderr, "code %d", code);
-    }
-    if (message != nullptr) std::fprintf(stderr, "\n    --> %s", message);
-    std::fputc('\n', stderr);
-    std::fflush(stderr);
-    if (severity >= RIE_SEVERE) error_exit(-1);
-    RiLastError = code;
-    last_reported_line = RIB_lineno;
+    print_and_record(code, severity, message, severity >= RIE_SEVERE);
 }
 
 RtVoid RiErrorAbort(RtInt code, RtInt severity, const char* message) {
-    RiErrorPrint(code, severity, message);
+    print_and_record(code, severity, message, severity >= RIE_ERROR);
     if (severity >= RIE_ERROR) error_exit(-1);
 }
 

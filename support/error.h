@@ -20,7 +20,8 @@ void QuillError(int code, int severity, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
 // How RiErrorPrint and RiErrorAbort end the program after a report that
-// ends it: std::exit unless replaced. A harness that must survive such an
+// ends it: by default the count of reports held back by the report limit is
+// written and std::exit called. A harness that must survive such an
 // input (the fuzz targets) installs a function that notes the end and
 // returns; the handler then returns like one that lets the program go on.
 extern void (*error_exit)(int status);

@@ -4,7 +4,10 @@
 # benchmark files at two sizes (half and full) if they are missing, and times
 # the program against the floor on every file, printing both times, their
 # ratio and the program's peak memory: the two sizes show whether memory
-# grows with the file.
+# grows with the file. Each file is also read in the binary encoding
+# (NAME.bin.rib, made by tools/rib_to_binary.py); the floor reads only ASCII,
+# so compare a binary file's time with its ASCII twin's (MB/s of the ASCII
+# size).
 #
 # Usage: tools/run_bench.sh [--scale F] [tracery_bench options...]
 # --scale F sets the larger size (default 1; the smaller is half of it), so
@@ -38,7 +41,14 @@ for s in "$half" "$scale"; do
     if [ ! -f "$data/mesh.rib" ] || [ ! -f "$data/many.rib" ] || [ ! -f "$data/patches.rib" ]; then
         python3 "$shared/genrib.py" --out "$data" --scale "$s"
     fi
+    # Binary RIB versions of the same files, read to the same requests.
+    for name in mesh many patches; do
+        if [ ! -f "$data/$name.bin.rib" ] || [ "$data/$name.rib" -nt "$data/$name.bin.rib" ]; then
+            python3 "$root/tools/rib_to_binary.py" "$data/$name.rib" "$data/$name.bin.rib"
+        fi
+    done
     files="$files $data/mesh.rib $data/many.rib $data/patches.rib"
+    files="$files $data/mesh.bin.rib $data/many.bin.rib $data/patches.bin.rib"
 done
 cd "$build"
 # The program draws each world block into its window, so it needs an X

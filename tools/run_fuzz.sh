@@ -50,6 +50,23 @@ seed_tree() { # directory, name prefix, find conditions...
 }
 seed_tree "$root/../shared/corpus/files" corpus
 seed_tree "$root/tests/golden/cases" golden \( -name '*.rib' -o -name '*.gz' -o -name stdin \)
+# Binary and CR LF forms of a small generated scene, so that every binary
+# form and both line ends are in the corpus from the start.
+forms="$build/form-seeds"
+if [ ! -d "$forms" ]; then
+    mkdir -p "$forms"
+    python3 "$root/../shared/bench/genrib.py" --out "$forms" --scale 0.0005 >/dev/null
+    for name in mesh many patches; do
+        python3 "$root/tools/rib_to_binary.py" "$forms/$name.rib" "$forms/$name.bin.rib"
+        python3 "$root/tools/rib_to_binary.py" --define-strings --mix 5 "$forms/$name.rib" \
+            "$forms/$name.mix.rib"
+        python3 "$root/tools/rib_to_binary.py" --doubles --define-strings "$forms/$name.rib" \
+            "$forms/$name.double.rib"
+        python3 -c "import sys; d=open(sys.argv[1],'rb').read(); open(sys.argv[2],'wb').write(d.replace(b'\\n', b'\\r\\n'))" \
+            "$forms/$name.rib" "$forms/$name.crlf.rib"
+    done
+fi
+seed_tree "$forms" forms -name '*.rib'
 if [ "$target" = tracery_fuzz_preview ]; then
     bench="$build/bench-seeds"
     if [ ! -d "$bench" ]; then

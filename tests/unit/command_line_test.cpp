@@ -8,6 +8,7 @@
 #include "driver/globals.h"
 #include "ri/attributes.h"
 #include "state_fixture.h"
+#include "support/report_output.h"
 
 namespace {
 
@@ -90,9 +91,26 @@ TEST_F(CommandLineTest, SomeOptionsCallTheInterfaceAndTheFirstNonOptionStartsThe
 }
 
 // (The usage text is shown on the command line.)
-TEST_F(CommandLineTest, MissingArgumentsEndWithADiagnostic) {
+TEST_F(CommandLineTest, MissingOrBadArgumentsEndWithADiagnostic) {
     EXPECT_EXIT(parse({"-bg", "1", "1"}), testing::ExitedWithCode(2), "-bg needs 3 arguments");
     EXPECT_EXIT(parse({"-ps"}), testing::ExitedWithCode(2), "-ps needs 1 argument\n");
+    EXPECT_EXIT(parse({"-report", "xml"}), testing::ExitedWithCode(2),
+                "-report takes text or json, not \"xml\"\n");
+    for (const char* count : {"-1", "", "5x", "99999999999999999999"}) {
+        EXPECT_EXIT(parse({"-maxreports", count}), testing::ExitedWithCode(2),
+                    "-maxreports takes a number of reports");
+    }
+}
+
+TEST_F(CommandLineTest, ReportOptionsSetFormatAndLimit) {
+    EXPECT_EQ(parse({"-check", "-report", "json", "-maxreports", "0", "-report", "text", "a.rib"}),
+              8);
+    EXPECT_EQ(check_only, 1);
+    EXPECT_EQ(report_format, ReportFormat::Text);
+    EXPECT_EQ(report_limit, 0);
+    check_only = 0;
+    report_format = ReportFormat::Classic;
+    report_limit = -1;
 }
 
 }  // namespace

@@ -19,6 +19,8 @@
 #include "support/error.h"
 #include "support/memory.h"
 
+using namespace std::string_literals;
+
 namespace {
 
 // Feeds bytes to the tokenizer through an in-memory stream.
@@ -72,18 +74,46 @@ using Messages = std::vector<std::string>;
 
 TEST_F(TokenizerTest, SplitsARequestAndCopiesNumbersAsWritten) {
     feed("Sphere 1 -1 360 [1]\r\n{");
-    EXPECT_EQ(rest(), Tokens("A111[1]\r{", "Sphere|1|-1|360|[|1|]|\r|{"));
+    EXPECT_EQ(rest(), Tokens("A111[1]{", "Sphere|1|-1|360|[|1|]|{"));
     EXPECT_EQ(errors_.count(), 0u);
 
     feed("-.5e+2 1.2.3 - . 7e 3E-2x +4 a_1b2 _u\n");
     EXPECT_EQ(rest(), Tokens("1111111A+1A_A", "-.5e+2|1.2|.3|-|.|7e|3E-2|x|+|4|a_1b2|_|u"));
 }
 
-TEST_F(TokenizerTest, StringsKeepBackslashesAndEndAtLineEnds) {
-    feed("\"a\\nb\" \"\" \"open\nnext \"cr\rx\n");
-    EXPECT_EQ(rest(), Tokens("\"\"\"A\"A", "a\\nb||open|next|cr|x"));
-    // The newline that ends the unclosed string is not counted.
-    EXPECT_EQ(RIB_lineno, 2);
+// Line ends are LF, CR LF or a lone CR, each counted once, also inside
+// strings and after comments (whose own line end is not counted).
+TEST_F(TokenizerTest, CarriageReturnsAreWhiteSpaceAndEndLines) {
+    feed("A\r\nB\rC\nD\r\r\nE # c\r\nF");
+    std::vector<int> lines;
+    for (auto token = next(); token.first != TOKEN_EOF; token = next()) {
+        if (token.first == 'A') lines.push_back(RIB_lineno);
+    }
+    EXPECT_EQ(lines, (std::vector<int>{1, 2, 3, 4, 6, 6}));
+    feed("x\r");
+    RIBparse_skip_line();
+    EXPECT_EQ(RIBparse_lookahead(), '\r');
+}
+
+TEST_F(TokenizerTest, StringsSpanLinesAndDecodeEscapes) {
+    feed(
+        "\"a\\nb\\r\\t\\b\\f\\\\\\\"\" \"\\101\\0611\\7x\\q\" \"over\nthree\r\nlines\" "
+        "\"joined\\\nhere\\\r\nand here\" Next\n");
+    EXPECT_EQ(next().second, "a\nb\r\t\b\f\\\"");
+    EXPECT_EQ(next().second, "A11\ax\\q");
+    EXPECT_EQ(next().second, "over\nthree\r\nlines");
+    EXPECT_EQ(next().second, "joinedhereand here");
+    EXPECT_EQ(next().second, "Next");
+    EXPECT_EQ(RIB_lineno, 5);
+    EXPECT_EQ(errors_.count(), 0u);
+
+    // Unterminated: read to the end and reported once, on its first line.
+    feed("A\n\"open\nB\n");
+    EXPECT_EQ(next().second, "A");
+    EXPECT_EQ(next(), std::make_pair(int('"'), std::string("open\nB\n")));
+    EXPECT_EQ(next().first, TOKEN_EOF);
+    ASSERT_EQ(errors_.messages(), Messages{"String not closed before the end of input"});
+    EXPECT_EQ(RIB_lineno, 4);
 }
 
 // A comment's newline is not counted; the character after a comment is
@@ -111,32 +141,97 @@ TEST_F(TokenizerTest, Comments) {
     EXPECT_EQ(next(), std::make_pair(int('A'), std::string("RenderMan")));
 }
 
-TEST_F(TokenizerTest, BinaryNumbersAndStrings) {
-    // Fixed point: 0x85 = two value bytes and one fraction byte; 0x80 one byte.
-    // 0x83: four bytes, signed; 0x81: two bytes, not sign-extended.
-    feed(
-        std::string("\x85\x01\x80 \x80\x07\x83\xff\xff\xff\xfe\x81\xff\xfe"
-                    "\xa4\x3f\xc0\x00\x00\xa5\xc0\x09\x00\x00\x00\x00\x00\x00 ",
-                    29));
-    EXPECT_EQ(rest(), Tokens("111111", "1.5|7|-2|65534|1.5|-3.125"));
+// Every number form: the bytes are unsigned, most significant first, and
+// the values are exact (a binary number is not rounded through its text).
+TEST_F(TokenizerTest, BinaryNumbersAreExact) {
+    const std::string bytes =
+        "\x80\x07"                                    // one byte: 7
+        "\x81\xff\xfe"                                // two bytes, unsigned: 65534
+        "\x83\xff\xff\xff\xfe"                        // four bytes, unsigned
+        "\x85\x01\x80"                                // one fraction byte: 1.5
+        "\x8a\x03\x07\xae"                            // two of three bytes fraction: 3.03
+        "\x8f\x00\x00\x00\x01"                        // four bytes, three of them fraction
+        "\xa4\x3d\xcc\xcc\xcd"                        // single 0.1f
+        "\xa5\x3f\xb9\x99\x99\x99\x99\x99\x9a"        // double 0.1
+        "\xc8\x02\xbf\xc0\x00\x00\x7f\x80\x00\x00"s;  // [-1.5 inf]
+    feed(bytes);
+    const double expected[] = {7,       65534, 4294967294.0, 1.5,  0x0307ae / 65536.0,
+                               0x1p-24, 0.1f,  0.1,          -1.5, HUGE_VAL};
+    RibTokenView token;
+    ASSERT_EQ(scan_RIB_token(&token), TOKEN_NUMBER);
+    for (size_t i = 0; i < 10; ++i) {
+        if (i > 0) {
+            if (i == 8) ASSERT_EQ(scan_RIB_token(&token), '[');
+            ASSERT_EQ(scan_RIB_token(&token), TOKEN_NUMBER) << i;
+        }
+        EXPECT_TRUE(token.numeric);
+        EXPECT_EQ(token.number, expected[i]) << i;
+        EXPECT_EQ(token_atof(token), static_cast<float>(expected[i])) << i;
+    }
+    EXPECT_EQ(scan_RIB_token(&token), ']');
+    EXPECT_EQ(RIBparse_at_eof(), 1);
+    EXPECT_EQ(scan_RIB_token(&token), TOKEN_EOF);
 
-    // 0x90: a 16-byte string that starts with the 0x90 byte itself; 0xa1: a
-    // length of 0xa1 (the byte itself) followed by that many bytes; 0xa0 an
-    // empty string, which must not stall the reader.
-    std::string short_form = "\x90" + std::string(15, 's');
-    feed(short_form + "\xa1" + std::string(0xa1, 'l') + "\xa0\xa0 x");
-    EXPECT_EQ(next(), std::make_pair(int('"'), short_form));
-    EXPECT_EQ(next(), std::make_pair(int('"'), std::string(0xa1, 'l')));
-    EXPECT_EQ(next(), std::make_pair(int('"'), std::string()));
-    EXPECT_EQ(next(), std::make_pair(int('"'), std::string()));
-    EXPECT_EQ(next().second, "x");
+    // Copied out as text that reads back as the same value; pushed back
+    // with the value itself.
+    feed("\xa4\x3d\xcc\xcc\xcd\x85\x01\x80 x"s);
+    EXPECT_EQ(next().second, "0.10000000149011612");
+    ASSERT_EQ(scan_RIB_token(&token), TOKEN_NUMBER);
+    return_token_view(token);
+    EXPECT_EQ(token_atoi(token), 1);
+    RibTokenView again;
+    ASSERT_EQ(scan_RIB_token(&again), TOKEN_NUMBER);
+    EXPECT_TRUE(again.numeric);
+    EXPECT_EQ(again.number, 1.5);
+}
+
+// Strings of both forms, request and string definitions and their uses,
+// mixed with ASCII tokens; definitions belong to the stream.
+TEST_F(TokenizerTest, BinaryStringsAndDefinitions) {
+    std::string long_text(300, 'l');
+    feed(
+        "\x93"
+        "abc"
+        "\x90"
+        "\xa0\x03"
+        "xyz"
+        "\xa1\x01\x2c"s +
+        long_text +
+        "\xcc\x07\x96Sphere \xa6\x07 1 \"q\" \xcd\x01\"named\" \xcf\x01\xce\x01\x00"
+        "\x92st\xd0\x01\x00\xa6\x07"s);
+    EXPECT_EQ(rest(),
+              Tokens("\"\"\"\"A1\"\"\"A", "abc||xyz|" + long_text + "|Sphere|1|q|named|st|Sphere"));
+    EXPECT_EQ(errors_.count(), 0u);
+    RibStreamState saved;
+    RIBparse_save_state(&saved);
+    std::string inner("\xa6\x07", 2);
+    FILE* other = fmemopen(&inner[0], inner.size(), "r");
+    ASSERT_EQ(RIBparse_open_stream(other, "inner.rib"), 0);
+    EXPECT_EQ(next().first, TOKEN_EOF);  // code 7 is not defined in this stream
+    RIBparse_close_stream();
+    fclose(other);
+    RIBparse_restore_state(&saved);
+    EXPECT_EQ(errors_.messages(), Messages{"Request code 7 used before it is defined at byte 0"});
+}
+
+// Each error is one report with its byte offset; the form is skipped and
+// reading goes on, except at a cut, which ends the stream.
+TEST_F(TokenizerTest, BinaryErrorsAreReportedWithTheirOffset) {
+    feed("A \xa6\x09 B \xcf\x05 C \xcc\x01 D \xcd\x02\x80\x01 E \xb0 F \xff G \x92x"s);
+    EXPECT_EQ(rest(), Tokens("AAAA1AAA", "A|B|C|D|1|E|F|G"));
+    EXPECT_EQ(errors_.messages(),
+              (Messages{"Request code 9 used before it is defined at byte 2",
+                        "String number 5 used before it is defined at byte 7",
+                        "Definition without its string at byte 12",
+                        "Definition without its string at byte 17", "Reserved byte 176 at byte 24",
+                        "Reserved byte 255 at byte 28",
+                        "Binary token cut off by the end of input at byte 32"}));
+    EXPECT_EQ(RIBparse_at_eof(), 1);
 }
 
 TEST_F(TokenizerTest, EndFlagIsSetByTheTokenThatMeetsEndOfInput) {
-    feed("WorldBegin\n\xa6\xff\x01");
+    feed("WorldBegin\n\x01");
     EXPECT_EQ(next().second, "WorldBegin");
-    EXPECT_EQ(next().first, 0xa6);  // other binary bytes are single characters
-    EXPECT_EQ(next().first, 0xff);  // a 255 byte that is not end of input
     EXPECT_EQ(RIBparse_at_eof(), 0);
     EXPECT_EQ(next().first, 1);
     EXPECT_EQ(RIBparse_at_eof(), 1);
@@ -331,13 +426,18 @@ TEST_F(TokenizerTest, ReadsAcrossBufferRefillsFromStdioAndDescriptors) {
 // (the comment's newline uncounted).
 TEST_F(TokenizerTest, TokensAcrossTheRefillBoundaryMatchTokensInsideTheBuffer) {
     const std::string tail =
-        "Sphere_2 -1.5e+3 \"quoted s\" # comment\n  [7] .5E-2\n\"open\n\"x\" -";
-    const Tokens expected("A1\" [1]1\"\"1", "Sphere_2|-1.5e+3|quoted s| |[|7|]|.5E-2|open|x|-");
+        "Sphere_2 -1.5e+3 \"quoted s\" # comment\r\n  [7] .5E-2\r\n\"two\r\nlines\\t\\101\" "
+        "\xc8\x01\x3f\xc0\x00\x00\xcd\x00\x92"
+        "ab\xcf\x00\xa5\x40\x04\x00\x00\x00\x00\x00\x00"
+        "\r\"x\" -"s;
+    const Tokens expected(
+        "A1\" [1]1\"[1]\"1\"1",
+        "Sphere_2|-1.5e+3|quoted s| |[|7|]|.5E-2|two\r\nlines\tA|[|1.5|]|ab|2.5|x|-");
     const int chunk = 64 * 1024;
     for (int shift = 1; shift < static_cast<int>(tail.size()); ++shift) {
         feed(std::string(chunk - shift, '\n') + tail, true);
         ASSERT_EQ(rest(), expected) << "shift " << shift;
-        ASSERT_EQ(RIB_lineno, chunk - shift + 2) << "shift " << shift;
+        ASSERT_EQ(RIB_lineno, chunk - shift + 4) << "shift " << shift;
     }
     EXPECT_EQ(errors_.count(), 0u);
 
