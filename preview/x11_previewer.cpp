@@ -16,6 +16,7 @@
 #include "preview/x11_window.h"
 #include "ri/attributes.h"
 #include "rib/requests.h"
+#include "support/error.h"
 #include "support/memory.h"
 
 int detail_level = 1;
@@ -103,11 +104,27 @@ void X11VectorPreviewer::Prepare_XWindow() {
         prepare_pictures();
         return;
     }
-    if (window_ || !x11_window_enabled) return;
-    window_ = X11Window::open(x_display_name, xres, yres);
-    if (!window_) return;
+    if (window_ || !x11_window_enabled || window_given_up_) return;
+    // The dumps print geometry and need no window: without a display they
+    // go on, which departs from ending the program at a display that cannot
+    // be opened. Without a dump the display stays required.
+    const bool dumping = dump_diced_rib != 0;
+    window_ = X11Window::open(x_display_name, xres, yres, !dumping);
+    if (!window_) {
+        if (dumping) go_on_without_window();
+        return;
+    }
     display = window_->display;
     add_sink(std::make_unique<X11PixmapSink>(*window_));
+    if (dump_postscript) open_postscript();
+}
+
+// Said once; the dumps and the PostScript page are written as with a window,
+// and no later world tries the display again.
+void X11VectorPreviewer::go_on_without_window() {
+    window_given_up_ = true;
+    QuillError(RIE_SYSTEM, RIE_WARNING,
+               "Could not open X11 display; the dump goes on without a window.");
     if (dump_postscript) open_postscript();
 }
 

@@ -28,6 +28,8 @@ class X11VectorPreviewer : public PreviewRenderer {
     // Opens the display, the window and its pixmap at the first world begin
     // (and the PostScript page under -ps); clears the pixmap at every one.
     // With -png, -svg or -pdf it opens the picture files instead of a display.
+    // Under -dumprib or -dumptri a display that cannot be opened is a
+    // warning, and the run goes on without a window.
     void Prepare_XWindow();
 
     // Draws the segment between two projected points (nothing unless both
@@ -84,6 +86,7 @@ class X11VectorPreviewer : public PreviewRenderer {
 
     void open_postscript();
     void prepare_pictures();
+    void go_on_without_window();
     void final_wait();
 
     std::unique_ptr<X11Window> window_;
@@ -91,6 +94,7 @@ class X11VectorPreviewer : public PreviewRenderer {
     bool outputs_deferred_ = false;
     bool postscript_opened_ = false;  // tried once per run, failed or not
     bool pictures_added_ = false;
+    bool window_given_up_ = false;  // no display, and a dump goes on without it
     bool in_world_ = false;
     int world_width_ = 0, world_height_ = 0;
     bool color_given_ = false;

@@ -37,9 +37,11 @@ bool truecolor_pixel(const Visual* visual, const float rgb[3], unsigned long* pi
 class X11Window {
   public:
     // Opens the display and maps a window of width x height in the colours
-    // fg_color and bg_color. Reports "Could not open X11 display." (code 2,
-    // severity 3) and returns null when the display cannot be opened.
-    static std::unique_ptr<X11Window> open(const char* display_name, int width, int height);
+    // fg_color and bg_color. Returns null when the display cannot be opened,
+    // after reporting "Could not open X11 display." (code 2, severity 3)
+    // unless report_failure is false.
+    static std::unique_ptr<X11Window> open(const char* display_name, int width, int height,
+                                           bool report_failure = true);
     // Frees the pixmap, destroys the window and closes the display (a lost
     // connection is left alone).
     ~X11Window();

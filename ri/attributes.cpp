@@ -357,7 +357,11 @@ RtVoid RiSolidEnd() {
     RiAttributeEnd();
 }
 
-// Object blocks are not retained: their primitives are drawn where they stand.
+// Object blocks called through these procedures are not retained: their
+// primitives are drawn where they stand, and RiObjectInstance only warns.
+// Objects of a RIB stream are retained by the reader instead (its
+// ObjectBegin records the requests and each ObjectInstance reads them again,
+// rib/objects.cpp), which is where the RIB files' instances are drawn.
 RtObjectHandle RiObjectBegin() {
     RiAttributeBegin();
     return reinterpret_cast<RtObjectHandle>(static_cast<intptr_t>(object_count++));

@@ -70,6 +70,7 @@ void close_levels_released_with_frame(bool* reported) {
 RtVoid RiBegin(RtToken) {
     if (block_level != 0) nesting_error("RiBegin must be called at the NULL level");
     block_level |= BLOCK_GLOBAL;
+    ++interface_runs;
     frame_attribute_depth = frame_transform_depth = -1;
     if (renderer != nullptr) replaced_renderers().push_back(renderer);
     // Made after the global bit is set, so the root graphics state carries

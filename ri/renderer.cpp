@@ -4,6 +4,8 @@
 // state used by tests and the fuzz driver.
 #include "ri/renderer.h"
 
+#include "preview/blobby.h"
+#include "preview/teapot.h"
 #include "preview/x11_previewer.h"
 #include "ri/attributes.h"
 #include "ri/transforms.h"
@@ -92,6 +94,8 @@ void reset_interface_state() {
     free_myallocs(0);
     object_count = 0;
     warned_instance = 0;
+    forget_reported_geometry();
+    forget_reported_blobby_codes();
     detail_level = 1;
     safetyfile = 0;
 }

@@ -50,6 +50,9 @@ class PreviewRenderer : public Renderer {
 
 // The renderer made by RiBegin; null before the first RiBegin and after RiEnd.
 extern Renderer* renderer;
+// The number of RiBegin calls so far: what is counted per run of the
+// interface (a budget of work) starts afresh when it changes.
+extern long interface_runs;
 
 // Returns the interface to its state before the first RiBegin (for tests and
 // the fuzz driver): deletes the live renderer, sets block_level to 0, empties

@@ -25,6 +25,7 @@
 #include "ri/transforms.h"
 #include "rib/modern_requests.h"
 #include "rib/parameters.h"
+#include "rib/recorded_requests.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
 #include "support/error.h"
@@ -49,75 +50,6 @@ struct RecordedArchive {
 std::map<std::string, RecordedArchive> archives;
 size_t recorded_bytes = 0;
 
-// Appends a string token quoted, with the escapes that make the tokenizer
-// read back the same text.
-void append_quoted(std::string& text, const char* token) {
-    text += '"';
-    for (const char* p = token; *p; ++p) {
-        switch (*p) {
-            case '"':
-                text += "\\\"";
-                break;
-            case '\\':
-                text += "\\\\";
-                break;
-            case '\n':
-                text += "\\n";
-                break;
-            case '\r':
-                text += "\\r";
-                break;
-            default:
-                text += *p;
-        }
-    }
-    text += '"';
-}
-
-// Appends one token as RIB text, after the newlines (or blank) that put it
-// on its own line.
-void append_token(std::string& text, int* line, int code, const char* token) {
-    if (RIB_lineno > *line) {
-        text.append(static_cast<size_t>(RIB_lineno - *line), '\n');
-        *line = RIB_lineno;
-    } else {
-        text += ' ';
-    }
-    if (code == TOKEN_STRING) {
-        append_quoted(text, token);
-    } else if (code == TOKEN_HASH) {
-        text += "##";
-    } else {
-        text += token;
-    }
-}
-
-enum class RecordEnd { ArchiveEnd, EndOfStream };
-
-// Records tokens up to the ArchiveEnd that closes this archive (nested
-// ArchiveBegin blocks are recorded with it). With keep false the tokens
-// are only read.
-RecordEnd record_tokens(std::string& text, int* line, bool* keep) {
-    char token[RIB_TOKEN_MAX];
-    int nested = 0;
-    for (;;) {
-        const int code = read_RIB_token(token);
-        if (code == TOKEN_EOF || code == TOKEN_END || RIBparse_at_eof()) {
-            return RecordEnd::EndOfStream;
-        }
-        if (code == TOKEN_IDENTIFIER && std::strcmp(token, "ArchiveBegin") == 0) ++nested;
-        if (code == TOKEN_IDENTIFIER && std::strcmp(token, "ArchiveEnd") == 0 && nested-- == 0) {
-            return RecordEnd::ArchiveEnd;
-        }
-        if (!*keep) continue;
-        append_token(text, line, code, token);
-        if (recorded_bytes + text.size() > RECORDED_BYTES_MAX) {
-            *keep = false;
-            text.clear();
-        }
-    }
-}
-
 std::string replay_name(const RecordedArchive& archive, const char* name) {
     std::string label = archive.file + " [archive \"" + name + "\"";
     if (archive.first_line > LINE_PADDING_MAX) {
@@ -136,7 +68,9 @@ void read_archive_begin() {
     archive.first_line = RIB_lineno;
     int line = RIB_lineno;
     bool keep = true;
-    if (record_tokens(archive.text, &line, &keep) == RecordEnd::EndOfStream) {
+    const size_t room = RECORDED_BYTES_MAX - recorded_bytes;
+    if (record_requests("ArchiveBegin", "ArchiveEnd", &archive.text, &line, &keep, room) ==
+        RecordEnd::EndOfStream) {
         QuillError(RIE_SYNTAX, RIE_ERROR, "ArchiveBegin \"%s\" without ArchiveEnd; not kept", name);
         return;
     }

@@ -50,7 +50,9 @@ REACTION modern_geometry_row(const char* keyword, F function) {
 // "Hider" names RiHider, the variadic form, under code 12; the dispatcher
 // calls it with an empty list (see call_with_parameters).
 // "PointsGeneralPolygons" names RiGeneralPolygonV: the geometry reader picks
-// the procedure by keyword.
+// the procedure by keyword. ObjectBegin, ObjectEnd and ObjectInstance are
+// read by rib/objects.cpp, which records definitions instead of calling
+// RiObjectBegin and RiObjectEnd (ObjectEnd is therefore a special request).
 REACTION reactions[] = {
     request_row("Translate", RiTranslate, 8),
     request_row("ConcatTransform", RiConcatTransform, 5),
@@ -112,7 +114,7 @@ REACTION reactions[] = {
     geometry_row("TrimCurve", RiTrimCurve, 255),
     request_row("Geometry", RiGeometryV, 12),
     request_row("ObjectBegin", RiObjectBegin, 255),
-    request_row("ObjectEnd", RiObjectEnd, 0),
+    request_row("ObjectEnd", RiObjectEnd, 255),
     request_row("ObjectInstance", RiObjectInstance, 255),
     request_row("MotionBegin", RiMotionBeginV, 255),
     request_row("MotionEnd", RiMotionEnd, 0),
@@ -482,6 +484,15 @@ void prepare_reading(int echo) {
     make_RIB_hash_table();
 }
 
+// Counts the line of the stream just opened as line: the whole reader state
+// is moved out, its line counter set, and moved back in.
+void start_counting_lines_at(int line) {
+    RibStreamState state;
+    RIBparse_save_state(&state);
+    state.line = line;
+    RIBparse_restore_state(&state);
+}
+
 // Streams being read, the outermost first: archives, and anything else
 // read in the middle of a stream, are read inside the stream of the file
 // the program was given.
@@ -489,9 +500,10 @@ int streams_open = 0;
 
 // Reads an open stream to its end (or past the last selected frame). The
 // outermost stream starts a fresh budget of archive reads.
-int read_stream(FILE* f, const char* name, const char* searchpath, int echo) {
+int read_stream(FILE* f, const char* name, const char* searchpath, int echo, int first_line) {
     if (echo >= 2) fprintf(stderr, "[%s]\n", name);
     if (RIBparse_open_stream(f, name) != 0) return -1;
+    if (first_line != 1) start_counting_lines_at(first_line);
     if (streams_open++ == 0) archive_budget_file_begins();
     const char* outer_searchpath = current_searchpath;
     current_searchpath = searchpath;
@@ -513,14 +525,14 @@ int ParseRIB(const char* filename, const char* searchpath, int echo, int complai
         f = open_rib_file(filename, RMDEBUG >= 2 || (complain && echo));
         if (!f) return -1;
     }
-    int result = read_stream(f, filename ? filename : "stdin", searchpath, echo);
+    int result = read_stream(f, filename ? filename : "stdin", searchpath, echo, 1);
     if (filename) fclose(f);
     return result;
 }
 
-int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo) {
+int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo, int first_line) {
     prepare_reading(echo);
-    return read_stream(f, name, searchpath, echo);
+    return read_stream(f, name, searchpath, echo, first_line);
 }
 
 void RIBparse_stop_reading() {

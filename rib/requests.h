@@ -39,8 +39,10 @@ void make_RIB_hash_table();
 REACTION* match_identifier(const char* keyword);
 
 int ParseRIB(const char* filename, const char* searchpath, int echo, int complain);
-// Reads an already open stream (left open) under the given name.
-int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo);
+// Reads an already open stream (left open) under the given name, counting
+// its first line as first_line (text recorded from further down a file).
+int ParseRIB_stream(FILE* f, const char* name, const char* searchpath, int echo,
+                    int first_line = 1);
 // The search path of the ParseRIB call under way (null outside one).
 const char* RIBparse_searchpath();
 void RIBparse_dispatch(const char* keyword);

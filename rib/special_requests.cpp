@@ -3,11 +3,14 @@
 // structure comments, the ReadArchive request, the filter names, and the light and object
 // number tables of the reader.
 #include <cstring>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "ri/options.h"
 #include "ri/renderer.h"
 #include "rib/inline_archives.h"
+#include "rib/objects.h"
 #include "rib/parameters.h"
 #include "rib/requests.h"
 #include "rib/tokenizer.h"
@@ -17,10 +20,12 @@
 
 namespace {
 
-// Numbers a RIB file gives its lights and objects, mapped to the handles the
-// interface procedures returned. They live for the whole run.
+// Numbers a RIB file gives its lights, mapped to the handles the interface
+// procedures returned, and the names it gives them ("key" in LightSource
+// "spotlight" "key", as exporters write today: a departure from numbers
+// only). They live for the whole run. Objects are kept by rib/objects.cpp.
 HandleTable light_table;
-HandleTable object_table;
+std::unordered_map<std::string, RtLightHandle> light_names;
 
 // Growable buffers of the reader for motion times, colour samples and
 // structure-comment values.
@@ -151,44 +156,85 @@ void read_quantize() {
     }
 }
 
-// LightSource insists on a string and a plain (unbracketed) number, with
-// messages of its own.
+// Where a light's handle goes: under its number or under its name.
+struct LightId {
+    bool named;
+    int number;
+    std::string name;
+};
+
+void remember_light(const LightId& id, RtLightHandle handle) {
+    if (id.named) {
+        light_names[id.name] = handle;
+    } else {
+        light_table.set(id.number, handle);
+    }
+}
+
+// A light's id: a quoted name, or a number read by the number reader
+// (which reports what is wrong).
+bool read_light_id(LightId* id) {
+    char text[RIB_TOKEN_MAX];
+    const int code = read_RIB_token(text);
+    if (code == TOKEN_STRING) {
+        *id = {true, 0, text};
+        return true;
+    }
+    RIBparse_return_token(text, code);
+    int number;
+    if (!read_int(&number)) return false;
+    *id = {false, number, std::string()};
+    return true;
+}
+
+// LightSource insists on a string and then a plain (unbracketed) number or a
+// name, with messages of its own.
 void read_light_source() {
     char name[RIB_TOKEN_MAX], text[RIB_TOKEN_MAX];
     if (read_RIB_token(name) != TOKEN_STRING) {
         rib_syntax_error("Light source shader name missing");
         return;
     }
-    if (read_RIB_token(text) != TOKEN_NUMBER) {
+    const int code = read_RIB_token(text);
+    if (code != TOKEN_NUMBER && code != TOKEN_STRING) {
         rib_syntax_error("Light id number missing");
         return;
     }
-    int id = rib_atoi(text);
+    const LightId id =
+        code == TOKEN_STRING ? LightId{true, 0, text} : LightId{false, rib_atoi(text), ""};
     RtToken tokens[RIB_PARAM_MAX];
     RtPointer values[RIB_PARAM_MAX];
     int n = RIBparse_parameter_list(tokens, values);
     if (n < 0) return;
-    light_table.set(id, RiLightSourceV(name, n, tokens, values));
+    remember_light(id, RiLightSourceV(name, n, tokens, values));
 }
 
 // AreaLightSource has no messages of its own: the string and number readers
 // report what is wrong.
 void read_area_light_source() {
     char name[RIB_TOKEN_MAX];
-    int id;
-    if (!read_string(name) || !read_int(&id)) return;
+    LightId id;
+    if (!read_string(name) || !read_light_id(&id)) return;
     RtToken tokens[RIB_PARAM_MAX];
     RtPointer values[RIB_PARAM_MAX];
     int n = RIBparse_parameter_list(tokens, values);
     if (n < 0) return;
-    light_table.set(id, RiAreaLightSourceV(name, n, tokens, values));
+    remember_light(id, RiAreaLightSourceV(name, n, tokens, values));
 }
 
+// An unknown number or name gives a null handle, passed on as it is.
 void read_illuminate() {
-    int id, onoff;
-    if (read_int(&id) && read_int(&onoff)) {
-        RiIlluminate(light_table.get(id), static_cast<RtBoolean>(onoff));
+    LightId id;
+    int onoff;
+    if (!read_light_id(&id) || !read_int(&onoff)) return;
+    RtLightHandle handle = nullptr;
+    if (id.named) {
+        auto found = light_names.find(id.name);
+        if (found != light_names.end()) handle = found->second;
+    } else {
+        handle = light_table.get(id.number);
     }
+    RiIlluminate(handle, static_cast<RtBoolean>(onoff));
 }
 
 void read_motion_begin() {
@@ -196,24 +242,6 @@ void read_motion_begin() {
     if (RIBparse_unsized_fvector(&n, &motion_times, &motion_capacity) == 0) {
         RiMotionBeginV(n, motion_times);
     }
-}
-
-void read_object_begin() {
-    int id;
-    if (read_int(&id)) object_table.set(id, RiObjectBegin());
-}
-
-// Handles start at 0, so a stored null handle is a known object: only a
-// number that was never stored is unknown.
-void read_object_instance() {
-    int id;
-    if (!read_int(&id)) return;
-    HandleEntry* entry = object_table.find(id);
-    if (!entry) {
-        QuillError(RIE_BADHANDLE, RIE_ERROR, "Unknown object handle %d", id);
-        return;
-    }
-    RiObjectInstance(entry->value);
 }
 
 void read_skew() {
@@ -327,6 +355,7 @@ const SpecialReader special_readers[] = {
     {"TransformPoints", ignore_request},
     {"Basis", read_basis_request},
     {"ObjectBegin", read_object_begin},
+    {"ObjectEnd", read_object_end},
     {"ObjectInstance", read_object_instance},
     {"MotionBegin", read_motion_begin},
     {"Declare", read_declare},
@@ -405,7 +434,8 @@ RtFilterFunc RIBparse_filter_function(const char* name) {
 
 void release_rib_tables() {
     light_table.clear();
-    object_table.clear();
+    light_names.clear();
+    release_objects();
     release_buffer(&motion_times, &motion_capacity);
     release_buffer(&samples_first, &samples_first_capacity);
     release_buffer(&samples_second, &samples_second_capacity);

@@ -1,6 +1,7 @@
-// Texture making, opaque geometry and archive records: accepted and ignored
-// by a wireframe previewer. The array forms pass their parameter lists on to
-// the variadic forms (at most 20 pairs, 40 words), which do nothing.
+// Texture making and archive records: accepted and ignored by a wireframe
+// previewer (Geometry is drawn by preview/teapot.cpp). The array forms pass
+// their parameter lists on to the variadic forms (at most 20 pairs, 40
+// words), which do nothing.
 #include "support/error.h"
 
 namespace {
@@ -27,13 +28,6 @@ VariadicWords interleave(RtInt n, RtToken tokens[], RtPointer values[]) {
         v.w[11], v.w[12], v.w[13], v.w[14], v.w[15], v.w[16], v.w[17], v.w[18], v.w[19], v.w[20], \
         v.w[21], v.w[22], v.w[23], v.w[24], v.w[25], v.w[26], v.w[27], v.w[28], v.w[29], v.w[30], \
         v.w[31], v.w[32], v.w[33], v.w[34], v.w[35], v.w[36], v.w[37], v.w[38], v.w[39]
-
-RtVoid RiGeometry(RtToken, ...) {}
-
-RtVoid RiGeometryV(RtToken type, RtInt n, RtToken tokens[], RtPointer params[]) {
-    VariadicWords v = interleave(n, tokens, params);
-    RiGeometry(type, TRACERY_WORDS(v));
-}
 
 RtVoid RiMakeTexture(const char*, const char*, RtToken, RtToken, RtFilterFunc, RtFloat, RtFloat,
                      ...) {}

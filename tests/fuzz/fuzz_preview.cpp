@@ -33,6 +33,7 @@
 #include "preview/postscript.h"
 #include "preview/x11_previewer.h"
 #include "ri/renderer.h"
+#include "rib/objects.h"
 #include "rib/requests.h"
 #include "support/error.h"
 
@@ -56,6 +57,10 @@ void set_options(size_t size) {
     png_filename = svg_filename = pdf_filename = null_file;
     dump_diced_rib = static_cast<int>(size % 3);
     drawing_on = 1;
+    // Objects that each instance the one before twice are cut off by the
+    // run's budget; a small one keeps such inputs within the time limit.
+    object_nested_instances_max = 2000;
+    object_nested_bytes_max = 16 << 20;
 }
 
 // The outputs the window and the command line would give the previewer.

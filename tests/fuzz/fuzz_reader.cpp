@@ -11,6 +11,7 @@
 #include "preview/x11_previewer.h"
 #include "ri/renderer.h"
 #include "rib/archive_reads.h"
+#include "rib/objects.h"
 #include "rib/requests.h"
 
 namespace {
@@ -38,6 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Archives that read each other twice at every level are cut off by a
     // byte budget; a small one keeps such inputs within the time limit.
     archive_bytes_max = 16 << 20;
+    // Objects that instance the one before twice, the same way.
+    object_nested_instances_max = 2000;
+    object_nested_bytes_max = 16 << 20;
     drawing_on = 1;
     reset_interface_state();
     RiBegin(nullptr);
@@ -48,5 +52,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::fclose(stream);
     }
     reset_interface_state();
+    release_rib_tables();
     return 0;
 }

@@ -2,13 +2,13 @@
 """Checks the diced surfaces that `tracery -dumprib` prints against the
 surfaces themselves, evaluated here another way: implicit equations for the
 quadrics and a rational NURBS sphere, de Casteljau for a Bezier patch, the
-uniform B-spline blending functions for a periodic patch mesh, and the
+uniform B-spline blending functions for a periodic patch mesh, the
 recursive definition of the B-spline basis for a cubic NURBS surface with
-interior knots.
+interior knots, the published control points of the teapot of
+`Geometry "teapot"`, and the field of a Blobby at the points of its
+triangles (`-dumptri`).
 
 Usage: check_surface_dumps.py TRACERY
-The program opens its window even while dumping, so an X display is needed
-(ctest runs under xvfb-run when there is none).
 Prints one line per check and exits with status 1 if any fails.
 """
 import math
@@ -20,9 +20,8 @@ import tempfile
 TOLERANCE = 2e-4
 
 
-def dump(tracery, rib, *options):
-    """The lattice points of each primitive of rib, as a list of grids
-    (rows of points), rebuilt from the quadrilaterals of -dumprib."""
+def dump(tracery, rib, *options, mode="-dumprib"):
+    """The polygons printed for rib, each a list of points."""
     with tempfile.TemporaryDirectory() as work:
         path = os.path.join(work, "scene.rib")
         with open(path, "w") as f:
@@ -31,13 +30,13 @@ def dump(tracery, rib, *options):
         for name in ("DISPLAY", "XAUTHORITY", "ASAN_OPTIONS", "UBSAN_OPTIONS"):
             if name in os.environ:
                 env[name] = os.environ[name]
-        out = subprocess.run([tracery, "-nowait", "-dumprib", *options, path], env=env,
+        out = subprocess.run([tracery, "-nowait", mode, *options, path], env=env,
                              capture_output=True, text=True, check=True).stdout
     quads = []
     for line in out.splitlines():
         assert line.startswith('Polygon "P" [') and line.endswith("]"), line
         values = [float(v) for v in line[len('Polygon "P" ['):-1].split()]
-        quads.append([tuple(values[k:k + 3]) for k in range(0, 12, 3)])
+        quads.append([tuple(values[k:k + 3]) for k in range(0, len(values), 3)])
     return quads
 
 
@@ -189,11 +188,83 @@ def check_rational_sphere(tracery):
     return [("rational NURBS sphere (\"Pw\"): every point on the unit radius", ok)]
 
 
+def check_teapot(tracery):
+    """At one cell a patch, each of the 32 quadrilaterals is the patch's
+    corners: control points 0, 3, 15 and 12. The published data set, read
+    here as rings of patches that turn about z, gives them."""
+    def turned(corners, quarters):
+        out = []
+        for x, y, z in corners:
+            for _ in range(quarters % 4):
+                x, y = -y, x
+            out.append((x, y, z))
+        return out
+
+    def ring(first, step):
+        return [turned(first, step * k) for k in range(4)]
+
+    rim = [(1.4, 0, 2.4), (0, -1.4, 2.4), (0, -1.5, 2.4), (1.5, 0, 2.4)]
+    body_top = [(1.5, 0, 2.4), (0, -1.5, 2.4), (0, -2, 0.9), (2, 0, 0.9)]
+    body_bottom = [(2, 0, 0.9), (0, -2, 0.9), (0, -1.5, 0.15), (1.5, 0, 0.15)]
+    handle = [[(-1.6, 0, 2.025), (-1.5, 0, 2.25), (-3, 0, 1.8), (-2.7, 0, 1.8)],
+              [(-1.5, 0, 2.25), (-1.6, 0, 2.025), (-2.7, 0, 1.8), (-3, 0, 1.8)],
+              [(-2.7, 0, 1.8), (-3, 0, 1.8), (-1.9, 0, 0.6), (-2, 0, 0.9)],
+              [(-3, 0, 1.8), (-2.7, 0, 1.8), (-2, 0, 0.9), (-1.9, 0, 0.6)]]
+    spout = [[(1.7, 0, 1.425), (1.7, 0, 0.6), (3.3, 0, 2.4), (2.7, 0, 2.4)],
+             [(1.7, 0, 0.6), (1.7, 0, 1.425), (2.7, 0, 2.4), (3.3, 0, 2.4)],
+             [(2.7, 0, 2.4), (3.3, 0, 2.4), (3.2, 0, 2.4), (2.8, 0, 2.4)],
+             [(3.3, 0, 2.4), (2.7, 0, 2.4), (2.8, 0, 2.4), (3.2, 0, 2.4)]]
+    lid_top = [(0, 0, 3.15), (0, 0, 3.15), (0, -0.2, 2.7), (0.2, 0, 2.7)]
+    lid_bottom = [(0.2, 0, 2.7), (0, -0.2, 2.7), (0, -1.3, 2.4), (1.3, 0, 2.4)]
+    bottom = [(0, 0, 0), (0, 0, 0), (0, 1.5, 0.15), (1.5, 0, 0.15)]
+    want = (ring(rim, -1) + ring(body_top, -1) + ring(body_bottom, -1) + handle + spout +
+            ring(lid_top, -1) + ring(lid_bottom, -1) + ring(bottom, 1))
+    quads = dump(tracery, 'WorldBegin\nGeometry "teapot"\nWorldEnd\n', "-rd", "0.25")
+    ok = len(quads) == 32 and all(close(p, q) for got, corners in zip(quads, want)
+                                  for p, q in zip(got, corners))
+    return [("teapot: 32 patches with the published corner points", ok)]
+
+
+def check_blobby(tracery):
+    """Every point of the triangles lies where the field is 0.5: for a lone
+    ellipsoid (scaled 1.2 by 0.8, turned 30 degrees about z, moved), and for
+    two unit spheres 0.9 apart whose fields add, which make one blended
+    surface (points near x = 0, between the centres)."""
+    def falloff(d2):
+        return (1 - d2) ** 3 if d2 < 1 else 0.0
+
+    c, s = math.cos(math.pi / 6), math.sin(math.pi / 6)
+    matrix = [1.2 * c, 1.2 * s, 0, 0, -0.8 * s, 0.8 * c, 0, 0, 0, 0, 1, 0, 0.3, -0.2, 0.1, 1]
+
+    def ellipsoid(p):
+        d = (p[0] - 0.3, p[1] + 0.2, p[2] - 0.1)
+        q = ((d[0] * c + d[1] * s) / 1.2, (-d[0] * s + d[1] * c) / 0.8, d[2])
+        return falloff(sum(v * v for v in q))
+
+    rib = ('WorldBegin\nBlobby 1 [1001 0] [%s] [""]\nWorldEnd\n' %
+           " ".join("%.7f" % v for v in matrix))
+    triangles = dump(tracery, rib, mode="-dumptri")
+    lone = len(triangles) > 200 and all(abs(ellipsoid(p) - 0.5) < 0.02 for t in triangles
+                                        for p in t)
+
+    def pair(p):
+        return sum(falloff((p[0] - x) ** 2 + p[1] ** 2 + p[2] ** 2) for x in (-0.45, 0.45))
+
+    rib = ('WorldBegin\nBlobby 2 [1001 0 1001 16 0 2 0 1] [1 0 0 0 0 1 0 0 0 0 1 0 -0.45 0 0 1 '
+           '1 0 0 0 0 1 0 0 0 0 1 0 0.45 0 0 1] [""]\nWorldEnd\n')
+    triangles = dump(tracery, rib, mode="-dumptri")
+    points = [p for t in triangles for p in t]
+    blended = (len(triangles) > 200 and all(abs(pair(p) - 0.5) < 0.02 for p in points) and
+               min(abs(p[0]) for p in points) < 0.05)
+    return [("blobby ellipsoid: its triangles on the 0.5 level of its field", lone),
+            ("blobby of two spheres: one blended surface on the 0.5 level of their sum", blended)]
+
+
 def main():
     tracery = sys.argv[1]
     results = []
     for check in (check_sphere_and_torus, check_bezier_patch, check_bspline_mesh,
-                  check_cubic_nurbs, check_rational_sphere):
+                  check_cubic_nurbs, check_rational_sphere, check_teapot, check_blobby):
         results += check(tracery)
     for name, ok in results:
         print("%s  %s" % ("PASS" if ok else "FAIL", name))

@@ -97,12 +97,4 @@ TEST_F(ModernDrawingTest, InsideAMotionBlockOnlyTheFirstSampleIsDrawn) {
     EXPECT_EQ(capture.count(), 0u);
 }
 
-TEST_F(ModernDrawingTest, BlobbyDrawsTheTwelveEdgesOfItsBound) {
-    RtInt code[] = {1001, 0};
-    RtFloat flt[] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 3, 1};
-    RtToken none[] = {nullptr};
-    RiBlobby(1, 2, code, 16, flt, 0, none, RI_NULL);
-    EXPECT_EQ(drawn(), 12u);
-}
-
 }  // namespace

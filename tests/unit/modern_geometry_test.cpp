@@ -124,22 +124,27 @@ TEST_F(ModernGeometryTest, NuCurvesPointsAndBlobbyAreSized) {
     EXPECT_TRUE(only_report(RIE_SYNTAX, RIE_ERROR, "Invalid counts in NuCurves"));
 }
 
+// Null when the program decodes, else the reason.
+const char* blobby_problem(int nleaf, const std::vector<int>& code, int nflt, int nstr) {
+    std::vector<BlobbyInstruction> program;
+    return decode_blobby(nleaf, int(code.size()), code.data(), nflt, nstr, &program);
+}
+
 TEST(BlobbyTest, ProgramsAreCheckedInstructionByInstruction) {
     const std::vector<int> good = {1001, 0, 1002, 16, 1003, 0, 42, 0, 3, 0, 1, 2, 6, 3};
-    EXPECT_EQ(blobby_problem(3, int(good.size()), good.data(), 43, 1), nullptr);
-    EXPECT_STREQ(blobby_problem(2, int(good.size()), good.data(), 43, 1),
-                 "the number of leaves is not nleaf");
-    EXPECT_STREQ(blobby_problem(3, int(good.size()), good.data(), 42, 1),
-                 "a float index is past the floats");
-    EXPECT_STREQ(blobby_problem(3, int(good.size()), good.data(), 43, 0),
-                 "a string index is past the strings");
-    const std::vector<int> forward = {1001, 0, 0, 2, 0, 1};
-    EXPECT_STREQ(blobby_problem(1, 6, forward.data(), 16, 0), "an operand names no earlier result");
-    const std::vector<int> cut = {1001, 0, 4, 0};
-    EXPECT_STREQ(blobby_problem(1, 4, cut.data(), 16, 0),
+    EXPECT_EQ(blobby_problem(3, good, 43, 1), nullptr);
+    EXPECT_STREQ(blobby_problem(2, good, 43, 1), "the number of leaves is not nleaf");
+    EXPECT_STREQ(blobby_problem(3, good, 42, 1), "a float index is past the floats");
+    EXPECT_STREQ(blobby_problem(3, good, 43, 0), "a string index is past the strings");
+    EXPECT_STREQ(blobby_problem(1, {1001, 0, 0, 2, 0, 1}, 16, 0),
+                 "an operand names no earlier result");
+    EXPECT_STREQ(blobby_problem(1, {1001, 0, 4, 0}, 16, 0),
                  "an instruction runs past the end of the code");
-    const std::vector<int> unknown = {1001, 0, 99};
-    EXPECT_STREQ(blobby_problem(1, 3, unknown.data(), 16, 0), "an instruction code is unknown");
+    // An unknown code is read as the code, a count and that many operands
+    // of any meaning; it is one result.
+    EXPECT_EQ(blobby_problem(1, {1001, 0, 9000, 2, 77, 16, 0, 2, 0, 1}, 17, 0), nullptr);
+    EXPECT_STREQ(blobby_problem(1, {1001, 0, 99}, 16, 0),
+                 "an instruction runs past the end of the code");
 }
 
 TEST(BlobbyTest, BoundCoversEllipsoidsAndSegments) {
@@ -148,8 +153,11 @@ TEST(BlobbyTest, BoundCoversEllipsoidsAndSegments) {
     std::vector<float> flt = {2, 0, 0,    0, 0, 2, 0, 0, 0, 0, 2, 0, 1, 0, 0, 1, 0, 0,  0, 0,
                               3, 0, 0.5f, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, -4, 1};
     const std::vector<int> code = {1001, 0, 1002, 16, 0, 2, 0, 1};
+    std::vector<BlobbyInstruction> program;
+    ASSERT_EQ(decode_blobby(2, int(code.size()), code.data(), int(flt.size()), 0, &program),
+              nullptr);
     float bound[6];
-    ASSERT_TRUE(blobby_bound(int(code.size()), code.data(), flt.data(), bound));
+    ASSERT_TRUE(blobby_bound(program, flt.data(), bound));
     const float want[6] = {-1, 3, -2, 3.5f, -4.5f, 2};
     for (int k = 0; k < 6; k++) EXPECT_FLOAT_EQ(bound[k], want[k]) << k;
 }

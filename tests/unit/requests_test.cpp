@@ -5,6 +5,7 @@
 // by the golden cases.)
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "rib/archive_reads.h"
 #include "rib/modern_geometry.h"
 #include "rib/modern_requests.h"
+#include "rib/objects.h"
 #include "rib/requests.h"
 #include "state_fixture.h"
 
@@ -152,6 +154,62 @@ TEST_F(RequestsTest, ArchiveReadsOfAFileAreBoundedInNumberAndBytes) {
     EXPECT_EQ(capture.count(), 1u);
     archive_bytes_max = 3 * 17 - 1;
     EXPECT_EQ(reads_made(), 2.0f);
+}
+
+// Objects that each instance the one before twice would draw 2^k copies:
+// instances inside instances stop at the run's budget with one report, and
+// a new run has a budget of its own. Objects that would pass the memory
+// bound are not kept (one report), and instancing them is then silent.
+TEST_F(RequestsTest, ObjectBoundsAreReportedOnce) {
+    const long long saved_instances = object_nested_instances_max;
+    const size_t saved_bytes = object_bytes_max;
+    object_nested_instances_max = 50;
+    std::string doubling = "ObjectBegin 0 leaf ObjectEnd\n";
+    for (int k = 1; k <= 12; ++k) {
+        doubling += "ObjectBegin " + std::to_string(k) + " ObjectInstance " +
+                    std::to_string(k - 1) + " ObjectInstance " + std::to_string(k - 1) +
+                    " ObjectEnd\n";
+    }
+    auto leaves = [&] {
+        int n = 0;
+        for (const std::string& m : capture.messages()) n += m == "Could not identify token leaf";
+        return n;
+    };
+    run(doubling + "ObjectInstance 12\nObjectInstance 12\nObjectInstance 0\n");
+    const Messages budget = {
+        "ObjectInstance: instances inside instances exceed 50 instances or 1073741824 bytes in "
+        "this run; 0 and all later ones inside instances skipped"};
+    Messages reports = capture.messages();
+    reports.erase(std::remove(reports.begin(), reports.end(), "Could not identify token leaf"),
+                  reports.end());
+    EXPECT_EQ(reports, budget);
+    // The leaves drawn inside instances are some of the first 50 instances
+    // inside instances; the last leaf stands in the file.
+    const int first_run = leaves();
+    EXPECT_GT(first_run, 10);
+    EXPECT_LT(first_run, 50);
+    RiEnd();
+    RiBegin(nullptr);
+    capture.clear();
+    run("ObjectInstance 12\n");
+    EXPECT_EQ(leaves(), first_run - 1);
+
+    // "a" takes 85 bytes (its text, handle and record) and its file name 80;
+    // "b" 103 more would pass 250, "c" 71 more does not. After that an
+    // unknown handle may be one not kept, and is not reported.
+    release_objects();
+    capture.clear();
+    object_bytes_max = 250;
+    run("ObjectBegin \"a\" Sphere 1 -1 1 360 ObjectEnd\n"
+        "ObjectBegin \"b\" Sphere 1 -1 1 360 Sphere 2 -2 2 360 ObjectEnd\n"
+        "ObjectBegin \"c\" leaf ObjectEnd\n"
+        "ObjectInstance \"b\" ObjectInstance \"c\" ObjectInstance \"a\" ObjectInstance \"z\"\n");
+    EXPECT_EQ(capture.messages(),
+              (Messages{"Object \"b\" not kept: objects would hold more than 250 bytes (later ones "
+                        "that do not fit are not kept either)",
+                        "Could not identify token leaf"}));
+    object_nested_instances_max = saved_instances;
+    object_bytes_max = saved_bytes;
 }
 
 }  // namespace
