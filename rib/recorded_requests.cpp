@@ -40,7 +40,7 @@ void append_recorded_token(std::string* text, int* line, int code, const char* t
     if (RIB_lineno > *line) {
         text->append(static_cast<size_t>(RIB_lineno - *line), '\n');
         *line = RIB_lineno;
-    } else if (!text->empty()) {
+    } else {
         *text += ' ';
     }
     if (code == TOKEN_STRING) {
