@@ -161,7 +161,9 @@ TEST_F(TokenizerTest, BinaryNumbersAreExact) {
     ASSERT_EQ(scan_RIB_token(&token), TOKEN_NUMBER);
     for (size_t i = 0; i < 10; ++i) {
         if (i > 0) {
-            if (i == 8) ASSERT_EQ(scan_RIB_token(&token), '[');
+            if (i == 8) {
+                ASSERT_EQ(scan_RIB_token(&token), '[');
+            }
             ASSERT_EQ(scan_RIB_token(&token), TOKEN_NUMBER) << i;
         }
         EXPECT_TRUE(token.numeric);
