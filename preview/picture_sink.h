@@ -1,6 +1,5 @@
-// Picture files: a LineSink that draws every world block through cairo into a
-// PNG, SVG or PDF file (one drawing path for the three kinds), and the
-// numbering of picture file names.
+// Picture files: a LineSink that draws every world block into a PNG, SVG or
+// PDF file written by cairo, and the numbering of picture file names.
 #ifndef TRACERY_PREVIEW_PICTURE_SINK_H
 #define TRACERY_PREVIEW_PICTURE_SINK_H
 
@@ -25,7 +24,14 @@ bool picture_name_is_numbered(const std::string& pattern);
 // makes no picture (an image surface of that size is 256 MB already).
 constexpr long PICTURE_MAX_PIXELS = 8192L * 8192L;
 
-struct PictureTarget;  // the cairo surface and context of one picture
+// Lines of one world block an SVG or PDF picture holds as lines. cairo keeps
+// a page's drawing in memory until the page is written (an SVG file's whole
+// text), some 60 bytes a line; the lines past this many are drawn into an
+// image laid over the page instead, so that memory stays bounded however
+// many lines a world block has. Reported once per picture.
+constexpr long VECTOR_LINES_MAX = 250000;
+
+struct PictureTarget;  // the surfaces, file and raster of one picture
 
 class PictureSink : public LineSink {
   public:
@@ -38,6 +44,7 @@ class PictureSink : public LineSink {
 
     void world_begin(int width, int height) override;
     void segment(int x0, int y0, int x1, int y1) override;
+    void segments(const RasterSegment* s, size_t count) override;
     void object_end() override;
     void color(const float rgb[3]) override;
     void world_end() override;
@@ -46,10 +53,16 @@ class PictureSink : public LineSink {
     int pictures() const { return number_; }
 
   private:
-    void begin_target(int width, int height);
-    void stroke_pending();
+    bool begin_target(int width, int height);
+    void draw_vector(int x0, int y0, int x1, int y1);
+    void draw_raster(int x0, int y0, int x1, int y1);
+    void start_overlay();
+    void end_stroke();
     void finish_picture();
+    void finish_png();
+    void finish_vector();
     void close_document();
+    void report_failure(const char* reason);
 
     PictureKind kind_;
     std::string pattern_;
@@ -59,8 +72,7 @@ class PictureSink : public LineSink {
     float fg_[3];
     float bg_[3];
     int number_ = 0;
-    long pending_ = 0;  // segments added to the path since the last stroke
-    PictureTarget* target_;
+    std::unique_ptr<PictureTarget> target_;
 };
 
 // The picture sinks the command line asks for (-png, -svg, -pdf), lines

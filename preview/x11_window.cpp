@@ -1,7 +1,8 @@
 // The X11 window "Pencil Test": opening the display, the window with its
 // title and close protocol, the pixmap and graphics contexts, colour
 // allocation, the wait for the window to be mapped, the final wait for a key
-// or button, and the pixmap sink that draws the picture's lines.
+// or button, the test lines that show what the server's thin lines do, and
+// the pixmap sink that draws the picture's lines.
 #include "preview/x11_window.h"
 
 #include <X11/Xatom.h>
@@ -11,6 +12,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "driver/globals.h"
@@ -144,6 +147,8 @@ void X11Window::create_window() {
     XClearWindow(display, window);
     pixmap = XCreatePixmap(display, window, width, height, DefaultDepth(display, screen));
     XFlush(display);
+    drawing_pixel_ = foreground_pixel;
+    short_lines = probe_short_lines(display, window, DefaultDepth(display, screen));
     wait_until_mapped();
 }
 
@@ -162,7 +167,7 @@ void X11Window::wait_until_mapped() {
 
 X11Window::~X11Window() {
     if (display == nullptr) return;
-    send_lines();
+    send_pending();
     if (is_lost(display)) {
         lost_gcs().push_back(foreground_gc);
         lost_gcs().push_back(background_gc);
@@ -177,13 +182,13 @@ X11Window::~X11Window() {
 }
 
 void X11Window::clear() {
-    send_lines();
+    send_pending();
     if (is_lost(display)) return;
     XFillRectangle(display, pixmap, background_gc, 0, 0, width, height);
 }
 
 void X11Window::show() {
-    send_lines();
+    send_pending();
     if (is_lost(display)) return;
     XCopyArea(display, pixmap, window, foreground_gc, 0, 0, width, height, 0, 0);
     XFlush(display);
@@ -225,21 +230,30 @@ unsigned long X11Window::cached_pixel(const float rgb[3]) {
     return pixel;
 }
 
-void X11Window::set_foreground(const float rgb[3]) {
-    send_lines();
-    if (is_lost(display)) return;
+bool X11Window::set_foreground(const float rgb[3]) {
+    if (is_lost(display)) return false;
+    const unsigned long pixel = cached_pixel(rgb);
+    if (pixel == drawing_pixel_) return false;
+    send_pending();
+    drawing_pixel_ = pixel;
     XGCValues values{};
-    values.foreground = cached_pixel(rgb);
+    values.foreground = pixel;
     XChangeGC(display, foreground_gc, GCForeground, &values);
+    return true;
 }
 
-void X11Window::send_lines() {
-    if (pending_count_ == 0) return;
+void X11Window::send_pending() {
     if (!is_lost(display)) {
-        XDrawSegments(display, pixmap, foreground_gc, pending_lines_.data(),
-                      static_cast<int>(pending_count_));
+        if (line_count_ > 0) {
+            XDrawSegments(display, pixmap, foreground_gc, pending_lines_.data(),
+                          static_cast<int>(line_count_));
+        }
+        if (point_count_ > 0) {
+            XDrawPoints(display, pixmap, foreground_gc, pending_points_.data(),
+                        static_cast<int>(point_count_), CoordModeOrigin);
+        }
     }
-    pending_count_ = 0;
+    line_count_ = point_count_ = 0;
 }
 
 // Any key ends the wait; a button asks for the files to be read again. The
@@ -247,7 +261,7 @@ void X11Window::send_lines() {
 // the window is destroyed, or the connection is lost, so the program never
 // waits on a window that is gone.
 X11Window::WaitEnd X11Window::wait_for_key_or_button() {
-    send_lines();
+    send_pending();
     WaitEnd end;
     while (!is_lost(display)) {
         // Only queued events are taken: Xlib cannot return from a blocking
@@ -287,6 +301,74 @@ bool X11Window::handle_wait_event(WaitEnd* end) {
         default:
             return false;
     }
+}
+
+// ---- Test lines ----
+
+namespace {
+
+// Each offset is drawn in a cell of its own, from a point far enough from
+// the cell's edges that a line keeping to the box of its ends stays inside.
+constexpr int PROBE_CELL = 2 * ShortLinePatterns::REACH + 5;
+constexpr int PROBE_START = ShortLinePatterns::REACH + 2;
+
+}  // namespace
+
+ShortLinePatterns probe_short_lines(Display* display, Drawable drawable, int depth) {
+    using Patterns = ShortLinePatterns;
+    Patterns patterns;
+    if (is_lost(display)) return patterns;
+    const int width = Patterns::SIDE * PROBE_CELL, height = Patterns::SIDE * PROBE_CELL;
+    Pixmap scratch = XCreatePixmap(display, drawable, width, height, depth);
+    XGCValues values{};
+    values.foreground = 0;
+    values.graphics_exposures = False;
+    GC gc = XCreateGC(display, scratch, GCForeground | GCGraphicsExposures, &values);
+    XFillRectangle(display, scratch, gc, 0, 0, width, height);
+    XSetForeground(display, gc, 1);
+    std::vector<XSegment> lines;
+    for (int row = 0; row < Patterns::SIDE; ++row) {
+        for (int column = 0; column < Patterns::SIDE; ++column) {
+            const int x = column * PROBE_CELL + PROBE_START, y = row * PROBE_CELL + PROBE_START;
+            const int dx = column - Patterns::REACH, dy = row - Patterns::REACH;
+            lines.push_back({short(x), short(y), short(x + dx), short(y + dy)});
+        }
+    }
+    XDrawSegments(display, scratch, gc, lines.data(), static_cast<int>(lines.size()));
+    XImage* image = XGetImage(display, scratch, 0, 0, width, height, AllPlanes, ZPixmap);
+    XFreeGC(display, gc);
+    XFreePixmap(display, scratch);
+    if (image == nullptr) return patterns;
+    // A pixel beyond the box of a line's ends (one pixel of slack) means the
+    // cells may have run into each other, and more pixels than the longer
+    // side of that box make no thin line: nothing is known then.
+    bool plausible = true;
+    for (int row = 0; row < Patterns::SIDE; ++row) {
+        for (int column = 0; column < Patterns::SIDE; ++column) {
+            const int dx = column - Patterns::REACH, dy = row - Patterns::REACH;
+            Patterns::Pattern& pattern = patterns.of(dx, dy);
+            const int most = std::max(std::abs(dx), std::abs(dy)) + 1;
+            for (int y = 0; y < PROBE_CELL; ++y) {
+                for (int x = 0; x < PROBE_CELL; ++x) {
+                    if (XGetPixel(image, column * PROBE_CELL + x, row * PROBE_CELL + y) == 0)
+                        continue;
+                    const int ox = x - PROBE_START, oy = y - PROBE_START;
+                    if (ox < std::min(0, dx) - 1 || ox > std::max(0, dx) + 1 ||
+                        oy < std::min(0, dy) - 1 || oy > std::max(0, dy) + 1 ||
+                        pattern.count == most) {
+                        plausible = false;
+                        continue;
+                    }
+                    pattern.dx[pattern.count] = int8_t(ox);
+                    pattern.dy[pattern.count] = int8_t(oy);
+                    ++pattern.count;
+                }
+            }
+        }
+    }
+    XDestroyImage(image);
+    patterns.known = plausible;
+    return patterns;
 }
 
 // ---- The pixmap sink ----
@@ -334,10 +416,17 @@ bool clip_to_protocol_range(int* x0, int* y0, int* x1, int* y1) {
 
 }  // namespace
 
+X11PixmapSink::X11PixmapSink(X11Window& window)
+    : window_(window), culling_(true), culler_(window.width, window.height, window.short_lines) {
+    const char* setting = std::getenv("TRACERY_WINDOW_CULLING");
+    if (setting && std::strcmp(setting, "off") == 0) culling_ = false;
+}
+
 // Every world block clears the pixmap. A later world with another
 // resolution keeps the first window and pixmap, whose whole area is cleared.
 void X11PixmapSink::world_begin(int, int) {
     window_.clear();
+    culler_.forget();
 }
 
 // A line's pixels lie inside the box of its ends, so a segment whose ends
@@ -362,28 +451,35 @@ bool X11PixmapSink::fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const {
 }
 
 void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
-    if (fit_to_pixmap(&x0, &y0, &x1, &y1)) window_.draw_line(x0, y0, x1, y1);
+    const RasterSegment s{x0, y0, x1, y1};
+    segments(&s, 1);
 }
 
-// The lines are written straight into the window's batch.
+// The lines are fitted straight into the window's batch, and the culler
+// turns them into the lines and points to send.
 void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
+    constexpr size_t PART = 4096;
+    constexpr size_t POINTS_A_LINE = ShortLinePatterns::MAX_PIXELS;
     while (count > 0) {
-        const size_t part = std::min<size_t>(count, 4096);
-        XSegment* line = window_.line_space(part);
+        const size_t part = std::min(count, PART);
+        X11Window::Room room = window_.room_for(part, culling_ ? part * POINTS_A_LINE : 0);
+        XSegment* line = room.lines;
         for (size_t k = 0; k < part; ++k) {
             int x0 = s[k].x0, y0 = s[k].y0, x1 = s[k].x1, y1 = s[k].y1;
             if (fit_to_pixmap(&x0, &y0, &x1, &y1)) {
                 *line++ = {short(x0), short(y0), short(x1), short(y1)};
             }
         }
-        window_.lines_written(line);
+        XPoint* point = room.points;
+        if (culling_) line = culler_.cull(room.lines, line, &point);
+        window_.written(line, point);
         s += part;
         count -= part;
     }
 }
 
 void X11PixmapSink::color(const float rgb[3]) {
-    window_.set_foreground(rgb);
+    if (window_.set_foreground(rgb)) culler_.forget();
 }
 
 void X11PixmapSink::world_end() {

@@ -1,6 +1,7 @@
 // The X11 window "Pencil Test": the display connection, the window, its
 // off-screen pixmap with the two graphics contexts, and the final wait for a
-// key or a mouse button. X11PixmapSink draws the picture's lines into it.
+// key or a mouse button. X11PixmapSink draws the picture's lines into it,
+// leaving out those that cannot change a pixel.
 #ifndef TRACERY_PREVIEW_X11_WINDOW_H
 #define TRACERY_PREVIEW_X11_WINDOW_H
 
@@ -12,6 +13,13 @@
 #include <vector>
 
 #include "preview/line_sink.h"
+#include "preview/segment_cull.h"
+
+// The pixels the server's thin lines draw for every offset between the ends
+// up to ShortLinePatterns::REACH pixels each way, found by drawing one line
+// of each offset into a scratch pixmap of the given depth and reading it
+// back. Unknown (known false) when the test cannot be made.
+ShortLinePatterns probe_short_lines(Display* display, Drawable drawable, int depth);
 
 // A pixel of the default colormap for an RGB colour (components 0..1);
 // when the colour cannot be allocated, the screen's white or black pixel,
@@ -44,26 +52,30 @@ class X11Window {
     void clear();
     // Copies the pixmap into the window and flushes.
     void show();
-    void set_foreground(const float rgb[3]);
-    // Draws a line into the pixmap; the ends must fit in 16 bits. Lines are
-    // sent in batches, before anything else is done with the window.
-    void draw_line(int x0, int y0, int x1, int y1) {
-        XSegment* line = line_space(1);
-        *line = {short(x0), short(y0), short(x1), short(y1)};
-        lines_written(line + 1);
-    }
-    // Room for up to count lines to be written in place of draw_line calls;
-    // lines_written then takes the end of the lines written.
-    XSegment* line_space(size_t count) {
-        if (pending_count_ + count > pending_lines_.size()) {
-            send_lines();
-            if (count > pending_lines_.size()) pending_lines_.resize(count);
+    // Sets the colour of the lines that follow; false when its pixel is the
+    // one already in use (nothing is sent then).
+    bool set_foreground(const float rgb[3]);
+    // Lines and points for the pixmap are written in place into batches,
+    // sent before anything else is done with the window: room_for gives
+    // room for up to the given numbers of each (coordinates must fit in 16
+    // bits), and written takes the ends of what was written there.
+    struct Room {
+        XSegment* lines;
+        XPoint* points;
+    };
+    Room room_for(size_t lines, size_t points) {
+        if (line_count_ + lines > pending_lines_.size() ||
+            point_count_ + points > pending_points_.size()) {
+            send_pending();
+            if (lines > pending_lines_.size()) pending_lines_.resize(lines);
+            if (points > pending_points_.size()) pending_points_.resize(points);
         }
-        return pending_lines_.data() + pending_count_;
+        return {pending_lines_.data() + line_count_, pending_points_.data() + point_count_};
     }
-    void lines_written(const XSegment* end) {
-        pending_count_ = size_t(end - pending_lines_.data());
-        if (pending_count_ >= LINE_BATCH) send_lines();
+    void written(const XSegment* lines_end, const XPoint* points_end) {
+        line_count_ = size_t(lines_end - pending_lines_.data());
+        point_count_ = size_t(points_end - pending_points_.data());
+        if (line_count_ >= LINE_BATCH || point_count_ >= POINT_BATCH) send_pending();
     }
 
     // What ended the final wait.
@@ -80,6 +92,8 @@ class X11Window {
     GC background_gc = nullptr;
     unsigned long foreground_pixel = 0, background_pixel = 0;
     int width = 0, height = 0;
+    // What probe_short_lines found when the window opened.
+    ShortLinePatterns short_lines;
 
   private:
     X11Window() = default;
@@ -95,20 +109,27 @@ class X11Window {
     // gives the pixel it gave before, so the cache changes no pixel.
     std::unordered_map<uint64_t, unsigned long> pixel_cache_;
     unsigned long cached_pixel(const float rgb[3]);
-    // Lines drawn and not yet sent: one XDrawSegments call sends them all,
-    // where a call per line would take Xlib's lock and check its buffer for
-    // each. The server draws them exactly as it draws the lines one by one.
-    static constexpr size_t LINE_BATCH = 8192;  // 64 KiB of protocol
+    unsigned long drawing_pixel_ = 0;  // the foreground GC's foreground
+    // Lines and points drawn and not yet sent: one XDrawSegments and one
+    // XDrawPoints call send them all, where a call for each would take
+    // Xlib's lock and check its buffer for each. The server draws them
+    // exactly as it draws them one by one.
+    static constexpr size_t LINE_BATCH = 8192;    // 64 KiB of protocol
+    static constexpr size_t POINT_BATCH = 16384;  // 64 KiB of protocol
     std::vector<XSegment> pending_lines_ = std::vector<XSegment>(LINE_BATCH);
-    size_t pending_count_ = 0;
-    void send_lines();
+    std::vector<XPoint> pending_points_ = std::vector<XPoint>(POINT_BATCH);
+    size_t line_count_ = 0, point_count_ = 0;
+    void send_pending();
 };
 
 // The sink that draws into the window's pixmap; the window is shown at each
-// world end.
+// world end. What the lines would draw is sent as WindowCuller makes it
+// (short lines as their points, nothing already drawn), unless the
+// environment variable TRACERY_WINDOW_CULLING is "off": the pixels are the
+// same either way, and the tests compare the two.
 class X11PixmapSink final : public LineSink {
   public:
-    explicit X11PixmapSink(X11Window& window) : window_(window) {}
+    explicit X11PixmapSink(X11Window& window);
     void world_begin(int width, int height) override;
     void segment(int x0, int y0, int x1, int y1) override;
     void segments(const RasterSegment* s, size_t count) override;
@@ -118,6 +139,8 @@ class X11PixmapSink final : public LineSink {
   private:
     bool fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const;
     X11Window& window_;
+    bool culling_;
+    WindowCuller culler_;
 };
 
 #endif  // TRACERY_PREVIEW_X11_WINDOW_H

@@ -1,56 +1,62 @@
 #!/usr/bin/env python3
-"""Benchmark of the whole preview: reading and drawing the standard benchmark
-files, beside the reader-only figure.
+"""Benchmark of the whole preview as the user waits for it: reading and
+drawing the standard benchmark files into the window and into picture
+files, beside the reader-only figure and the floor of RIB reading.
 
-Usage: tools/run_preview_bench.py [--scale F] [--repeats N]
+Usage: tools/run_preview_bench.py [--scale F] [--repeats N] [--cpu C]
+                                  [--tracery PATH] [--reader PATH]
 
-Builds tracery in build-bench (Release) and the floor of RIB reading beside
-it (../shared/bench/floor.cpp: it only splits tokens and converts numbers),
-generates mesh.rib, many.rib and patches.rib there if they are missing
-(--scale is handed to the generator; 0.01 gives ~1 MB files for a quick
-run), and for each file prints, as the median of N runs:
+Builds tracery and tracery_reader in build-bench (Release) and the floor of
+RIB reading beside them (../shared/bench/floor.cpp: it only splits tokens
+and converts numbers), generates mesh.rib, many.rib and patches.rib there if
+they are missing (--scale is handed to the generator; 0.01 gives ~1 MB
+files for a quick run), and times, for each file, in turn and N times:
 
-  floor   MB/s of the floor reading the file
-  reader  MB/s of `tracery_reader -nowait FILE`: the program with every
-          primitive dropped after it is read and checked (the reader-only
-          figure), and its ratio to the floor
-  preview MB/s of `tracery -nowait FILE` reading and drawing into its window,
-          its ratio to the floor, and its ratio to the reader (the goal is at
-          least 0.75: drawing costs at most a third of the reading time)
-  dumptri MB/s read by `tracery -nowait -dumptri FILE >/dev/null` and MB/s of
-          diced RIB written (the goal is at least 100)
+  floor   the floor reading the file
+  reader  `tracery_reader -nowait FILE`: the program with every primitive
+          dropped after it is read and checked
+  window  `tracery -nowait FILE`, drawing into its window
+  png, svg, pdf
+          `tracery -png|-svg|-pdf OUT FILE`, drawing into a picture file
+  dumptri `tracery -nowait -dumptri FILE`, printing the diced triangles
 
-Times are the processes' own processor time (user + system), as the reader
-benchmark (tools/run_bench.sh) takes them, so that other work on the machine
-does not count; the X server's share of the drawing is not included. The program, the
-reader and the floor run in turn, so a change of the machine's speed hits
-them alike.
+Every figure is wall time with the X server's work included: the script
+starts its own Xvfb and pins it and every run to one processor (--cpu,
+default the last one), so that the server's drawing is counted where the
+user waits for it, and the program exits only once the server has drawn
+(closing the display waits for it). It prints, per file, the MB/s read (the
+median of the N runs) and the peak memory of each run (the largest of the
+N), then the table of speed ratios (higher is better): reader / floor,
+window / reader, and png, svg and pdf / reader.
 
-Without a DISPLAY the script runs itself again under xvfb-run, so the
-window is a real one on a virtual X server. The machines are noisy:
-compare ratios taken in one run, not absolute figures across runs.
+--tracery and --reader time other builds of the two programs (for example
+the programs before a change) instead of the ones built here.
+
+The machines are noisy: compare ratios taken in one run, quote medians.
 """
 import os
-import resource
 import statistics
 import subprocess
 import sys
+import tempfile
+import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FILES = ("mesh.rib", "many.rib", "patches.rib")
+KINDS = ("floor", "reader", "window", "png", "svg", "pdf", "dumptri")
 
 
 def arguments():
-    scale, repeats = "1", 3
+    options = {"scale": "1", "repeats": 3, "cpu": str(os.cpu_count() - 1), "tracery": None,
+               "reader": None}
     args = sys.argv[1:]
     while args:
-        if args[0] == "--scale" and len(args) > 1:
-            scale, args = args[1], args[2:]
-        elif args[0] == "--repeats" and len(args) > 1:
-            repeats, args = max(1, int(args[1])), args[2:]
-        else:
+        name = args[0][2:] if args[0].startswith("--") else None
+        if name not in options or len(args) < 2:
             sys.exit(__doc__)
-    return scale, repeats
+        options[name] = max(1, int(args[1])) if name == "repeats" else args[1]
+        args = args[2:]
+    return options
 
 
 def build(build_dir):
@@ -72,69 +78,92 @@ def generate(data, scale):
                     "--out", data, "--scale", scale], check=True)
 
 
-def environment():
-    env = dict(os.environ)
-    env["HOME"] = "/nonexistent"  # no start-up file
-    return env
+def start_server(cpu):
+    """A virtual X server pinned to the processor; returns it and its display."""
+    read_end, write_end = os.pipe()
+    server = subprocess.Popen(["taskset", "-c", cpu, "Xvfb", "-displayfd", str(write_end),
+                               "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"],
+                              pass_fds=(write_end,), stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL)
+    os.close(write_end)
+    with os.fdopen(read_end) as pipe:
+        number = pipe.readline().strip()
+    if not number:
+        sys.exit("Xvfb did not start")
+    return server, ":" + number
 
 
-def children_seconds():
-    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
-    return usage.ru_utime + usage.ru_stime
+def timed_run(command, cwd, env, cpu):
+    """Wall seconds and peak memory (MB) of one run pinned to the processor."""
+    with open(os.devnull, "wb") as null:
+        start = time.monotonic()
+        program = subprocess.Popen(["taskset", "-c", cpu] + command, cwd=cwd, env=env,
+                                   stdin=subprocess.DEVNULL, stdout=null, stderr=null)
+        _, _, usage = os.wait4(program.pid, 0)
+        seconds = time.monotonic() - start
+    return seconds, usage.ru_maxrss / 1024
 
 
-def timed_run(command, cwd, stdout):
-    """Processor seconds (user + system) of one run."""
-    start = children_seconds()
-    subprocess.run(command, cwd=cwd, stdin=subprocess.DEVNULL, stdout=stdout,
-                   stderr=subprocess.DEVNULL, env=environment(), check=False)
-    return children_seconds() - start
+def commands(paths, name, out):
+    tracery, reader, floor = paths
+    return {"floor": [floor, name],
+            "reader": [reader, "-nowait", name],
+            "window": [tracery, "-nowait", name],
+            "png": [tracery, "-png", os.path.join(out, "bench.png"), name],
+            "svg": [tracery, "-svg", os.path.join(out, "bench.svg"), name],
+            "pdf": [tracery, "-pdf", os.path.join(out, "bench.pdf"), name],
+            "dumptri": [tracery, "-nowait", "-dumptri", name]}
 
 
-def dump_bytes(tracery, data, name):
-    with subprocess.Popen([tracery, "-nowait", "-dumptri", name], cwd=data, stdout=subprocess.PIPE,
-                          stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
-                          env=environment()) as proc:
-        total = 0
-        while True:
-            chunk = proc.stdout.read(1 << 20)
-            if not chunk:
-                break
-            total += len(chunk)
-    return total
+def measure(paths, data, name, repeats, env, cpu):
+    """Median wall seconds and largest peak of each kind of run."""
+    runs = {k: [] for k in KINDS}
+    with tempfile.TemporaryDirectory() as out:
+        command_of = commands(paths, name, out)
+        for _ in range(repeats):
+            for kind in KINDS:
+                runs[kind].append(timed_run(command_of[kind], data, env, cpu))
+    return ({k: statistics.median(r[0] for r in v) for k, v in runs.items()},
+            {k: max(r[1] for r in v) for k, v in runs.items()})
 
 
 def main():
-    if not os.environ.get("DISPLAY"):
-        os.execvp("xvfb-run", ["xvfb-run", "-a", "-s", "-screen 0 1280x1024x24 -noreset", sys.executable] + sys.argv)
-    scale, repeats = arguments()
+    options = arguments()
     build_dir = os.path.join(ROOT, "build-bench")
+    scale = options["scale"]
     data = os.path.join(build_dir, "benchdata" if scale == "1" else "benchdata-" + scale)
     build(build_dir)
     generate(data, scale)
-    tracery = os.path.join(build_dir, "tracery")
-    reader = os.path.join(build_dir, "tracery_reader")
-    floor = os.path.join(build_dir, "floor")
-    print("%-12s %7s %7s %5s %7s %5s %5s %7s %7s" % ("file", "floor", "reader", "÷fl",
-                                                     "preview", "÷fl", "÷rd", "dumptri",
-                                                     "written"))
-    for name in FILES:
-        megabytes = os.path.getsize(os.path.join(data, name)) / 1e6
-        runs = {"floor": [], "reader": [], "preview": [], "dump": []}
-        with open(os.devnull, "wb") as null:
-            for _ in range(repeats):
-                runs["floor"].append(timed_run([floor, name], data, null))
-                runs["reader"].append(timed_run([reader, "-nowait", name], data, null))
-                runs["preview"].append(timed_run([tracery, "-nowait", name], data, null))
-                runs["dump"].append(timed_run([tracery, "-nowait", "-dumptri", name], data, null))
-        rate = {k: megabytes / statistics.median(v) for k, v in runs.items()}
-        written = dump_bytes(tracery, data, name) / 1e6
-        print("%-12s %7.1f %7.1f %5.2f %7.1f %5.2f %5.2f %7.1f %7.1f   MB/s (%.1f MB read, "
-              "%.1f MB dumped)" %
-              (name, rate["floor"], rate["reader"], rate["reader"] / rate["floor"],
-               rate["preview"], rate["preview"] / rate["floor"], rate["preview"] / rate["reader"],
-               rate["dump"], written * rate["dump"] / megabytes, megabytes, written))
-        sys.stdout.flush()
+    paths = (os.path.abspath(options["tracery"] or os.path.join(build_dir, "tracery")),
+             os.path.abspath(options["reader"] or os.path.join(build_dir, "tracery_reader")),
+             os.path.join(build_dir, "floor"))
+    cpu = options["cpu"]
+    server, display = start_server(cpu)
+    env = dict(os.environ, HOME="/nonexistent", DISPLAY=display)  # no start-up file
+    print("wall time, X server included, all pinned to processor %s; median of %d runs"
+          % (cpu, options["repeats"]))
+    print("%-12s %6s  %s" % ("file", "MB", "  ".join("%7s" % k for k in KINDS)))
+    ratios = {}
+    try:
+        for name in FILES:
+            megabytes = os.path.getsize(os.path.join(data, name)) / 1e6
+            seconds, peaks = measure(paths, data, name, options["repeats"], env, cpu)
+            print("%-12s %6.1f  %s  MB/s" % (name, megabytes, "  ".join(
+                "%7.1f" % (megabytes / seconds[k]) for k in KINDS)))
+            print("%-12s %6s  %s  MB peak" % ("", "", "  ".join("%7.0f" % peaks[k]
+                                                                 for k in KINDS)))
+            sys.stdout.flush()
+            ratios[name] = {"reader / floor": seconds["floor"] / seconds["reader"],
+                            "window / reader": seconds["reader"] / seconds["window"]}
+            for kind in ("png", "svg", "pdf"):
+                ratios[name]["-%s / reader" % kind] = seconds["reader"] / seconds[kind]
+    finally:
+        server.terminate()
+        server.wait()
+    print("\nspeed ratios (wall, X server included; higher is better)")
+    print("%-18s %s" % ("", "  ".join("%12s" % n for n in FILES)))
+    for row in ratios[FILES[0]]:
+        print("%-18s %s" % (row, "  ".join("%12.3f" % ratios[n][row] for n in FILES)))
 
 
 if __name__ == "__main__":

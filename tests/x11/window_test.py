@@ -10,6 +10,7 @@ XGetImage and sends it keys, buttons and the window manager's close message.
 The expected pictures are worked out here from the scene's own numbers, not
 from tracery's output.
 """
+import math
 import os
 import re
 import shutil
@@ -65,12 +66,12 @@ def close_to(pixel, rgb):
 class Session:
     """A private X server, a scratch folder and the tools of one case."""
 
-    def __init__(self, tracery, xprobe, depth):
+    def __init__(self, tracery, xprobe, depth, screen="640x480"):
         self.tracery, self.xprobe = tracery, xprobe
         self.folder = tempfile.mkdtemp(prefix="tracery-x11-")
         read_end, write_end = os.pipe()
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "640x480x%d" % depth, "-nolisten",
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", "%sx%d" % (screen, depth), "-nolisten",
              "tcp", "-noreset"], pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
         with os.fdopen(read_end) as pipe:
@@ -94,11 +95,16 @@ class Session:
             self.server.wait()
         shutil.rmtree(self.folder, ignore_errors=True)
 
-    def start(self, scene, *options):
-        with open(os.path.join(self.folder, "scene.rib"), "w") as f:
-            f.write(scene)
-        p = subprocess.Popen([self.tracery] + list(options) + ["scene.rib"], cwd=self.folder,
-                             env=self.env, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    def start(self, scene, *options, path=None, env=None):
+        """Runs tracery on the scene text, or on the file at path (from its
+        own folder)."""
+        if path is None:
+            path = os.path.join(self.folder, "scene.rib")
+            with open(path, "w") as f:
+                f.write(scene)
+        p = subprocess.Popen([self.tracery] + list(options) + [os.path.basename(path)],
+                             cwd=os.path.dirname(path), env=dict(self.env, **(env or {})),
+                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                              stderr=subprocess.PIPE)
         self.programs.append(p)
         return p
@@ -373,6 +379,125 @@ WorldEnd
     end_with_key(s, p, wid)
 
 
+# ---- Lines the window leaves out ----
+
+REPO = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+SHARED = os.path.join(REPO, "..", "shared")
+
+def culling_scene(detail, body):
+    return """Format 320 240 1
+Projection "perspective" "fov" [40]
+RelativeDetail %g
+Translate 0 0 6
+WorldBegin
+%sWorldEnd
+""" % (detail, body)
+
+# Each scene draws lines again (shared patch edges, seams, instances) and
+# short lines in plenty (high detail far away), some across a colour change.
+CULLING_SCENES = {
+    "quadrics": culling_scene(8, """Color [1 0.8 0.2]
+Sphere 1 -1 1 360
+Translate 1.5 0.5 0
+Cone 1 0.5 360
+Torus 0.8 0.2 0 360 360
+Translate -3 -1 6
+Sphere 1 -1 1 360
+Cylinder 0.5 -1 1 270
+Hyperboloid 0.3 0 -0.5 0.6 0.6 0.5 360
+Paraboloid 0.6 0 0.9 360
+Disk 0.2 0.9 360
+"""),
+    "patch_meshes": culling_scene(4, """Basis "b-spline" 1 "b-spline" 1
+PatchMesh "bicubic" 6 "periodic" 5 "nonperiodic" "P" [""" + " ".join(
+        "%g %g %g" % (math.cos(i * 1.047) * (1 + 0.3 * j), (j - 2) * 0.4, math.sin(i * 1.047))
+        for j in range(5) for i in range(6)) + """]
+Translate 0 0 8
+Patch "bicubic" "P" [""" + " ".join(
+        "%g %g 0" % (i - 1.5, j - 1.5) for j in range(4) for i in range(4)) + """]
+"""),
+    "polygons": culling_scene(1, """Color [0.3 1 0.3]
+PointsPolygons [4 4 4 3] [0 1 2 3  1 4 5 2  3 2 6 7  2 5 6]
+  "P" [-1 -1 0  0 -1 0  0 0 0  -1 0 0  1 -1 0  1 0 0  0 1 0  -1 1 0]
+GeneralPolygon [4 3] "P" [-2 -2 0  2 -2 0  2 2 0  -2 2 0  -0.5 -0.5 0  0.5 -0.5 0  0 0.5 0]
+Polygon "P" [-1 -1 0  0 -1 0  0 0 0  -1 0 0]
+"""),
+    # The same lines in red, then some in blue over them, then red again:
+    # after a colour change a line drawn before must be drawn again.
+    "colours_changing_between_lines": culling_scene(16, """Color [1 0 0]
+Sphere 1 -1 1 360
+Color [0 0 1]
+Sphere 1 -1 1 180
+Color [1 0 0]
+Sphere 1 -1 1 90
+Color [0 1 0]
+Disk 0 1 360
+Color [0 1 0]
+Disk 0 1 360
+"""),
+}
+
+
+def standard_scenes(folder):
+    """The benchmark files at a hundredth of their size, when the generator
+    is at hand."""
+    generator = os.path.join(SHARED, "bench", "genrib.py")
+    if not os.path.exists(generator):
+        return []
+    subprocess.run([sys.executable, generator, "--out", folder, "--scale", "0.01"],
+                   check=True, capture_output=True)
+    return [os.path.join(folder, name) for name in ("mesh.rib", "many.rib", "patches.rib")]
+
+
+def corpus_scenes():
+    corpus = os.path.join(SHARED, "corpus", "files")
+    names = ["ribtools/DistribSrc/base/TestScenes/Chair.rib",
+             "ribtools/DistribSrc/base/TestScenes/Elephant.rib",
+             "ribtools/DistribSrc/base/TestScenes/KillerooNURBS/killeroo.rib"]
+    return [os.path.join(corpus, n) for n in names if os.path.exists(os.path.join(corpus, n))]
+
+
+def settled_capture(s, program, wid, name):
+    """The window once its one world block is shown: the capture that stays
+    the same once the program has drawn something."""
+    deadline = time.monotonic() + 3 * FIND_SECONDS
+    last = None
+    while time.monotonic() < deadline:
+        pixels = s.capture(wid)
+        drawn = len({p for row in pixels for p in row}) > 1
+        if drawn and pixels == last:
+            return pixels
+        last = pixels
+        time.sleep(0.3)
+    raise AssertionError("%s: the window did not settle" % name)
+
+
+def case_culling_keeps_every_pixel(s):
+    """Every scene shows exactly the same pixels with the window's culling
+    on (short lines sent as the points the server draws for them, pixels and
+    lines already drawn in the foreground left out) as with every line sent
+    (TRACERY_WINDOW_CULLING=off): a comparison within one program, so that
+    it keeps its meaning whatever the program was before."""
+    paths = []
+    for name, text in sorted(CULLING_SCENES.items()):
+        path = os.path.join(s.folder, name + ".rib")
+        with open(path, "w") as f:
+            f.write(text)
+        paths.append(path)
+    paths += standard_scenes(os.path.join(s.folder, "standard")) + corpus_scenes()
+    for path in paths:
+        captures = []
+        for setting in ("off", "on"):
+            p = s.start(None, path=path, env={"TRACERY_WINDOW_CULLING": setting})
+            wid, _, _ = s.find_window()
+            captures.append(settled_capture(s, p, wid, os.path.basename(path)))
+            end_with_key(s, p, wid)
+        off, on = captures
+        differing = sum(a != b for row_a, row_b in zip(off, on) for a, b in zip(row_a, row_b))
+        check(differing == 0, "%s: %d pixels differ with culling on" % (os.path.basename(path),
+                                                                        differing))
+
+
 CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
          if name.startswith("case_")}
 
@@ -385,7 +510,8 @@ def main(argv):
         print(__doc__.strip(), file=sys.stderr)
         return 2
     depth = 8 if "colormap" in argv[3] else 24
-    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), depth)
+    screen = "1280x1024" if "culling" in argv[3] else "640x480"
+    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), depth, screen)
     try:
         CASES[argv[3]](session)
     except AssertionError as failure:
