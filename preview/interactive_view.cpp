@@ -286,15 +286,10 @@ void InteractiveView::redraw() {
     sink.world_begin(frame.view.xres, frame.view.yres);
     draw_kept_frame(frame, projection, sink, &cull_);
     if (highlight_ != NO_ORIGIN) {
-        Display* d = window_.display;
         sink.color(HIGHLIGHT_RGB);
-        XSetLineAttributes(d, window_.foreground_gc, HIGHLIGHT_WIDTH, LineSolid, CapRound,
-                           JoinRound);
+        sink.set_line_width(HIGHLIGHT_WIDTH);
         draw_kept_frame(frame, projection, sink, nullptr, highlight_, HIGHLIGHT_RGB);
-        // The colour change sends the highlighted lines before the width goes
-        // back to the thin lines of the drawing.
-        sink.color(HIGHLIGHT_RGB);
-        XSetLineAttributes(d, window_.foreground_gc, 0, LineSolid, CapButt, JoinMiter);
+        sink.set_line_width(0);
     }
     sink.world_end();
     XSync(window_.display, False);

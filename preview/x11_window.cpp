@@ -242,6 +242,16 @@ bool X11Window::set_foreground(const float rgb[3]) {
     return true;
 }
 
+void X11Window::set_line_width(int width) {
+    send_pending();
+    if (is_lost(display)) return;
+    if (width > 0) {
+        XSetLineAttributes(display, foreground_gc, width, LineSolid, CapRound, JoinRound);
+    } else {
+        XSetLineAttributes(display, foreground_gc, 0, LineSolid, CapButt, JoinMiter);
+    }
+}
+
 void X11Window::send_pending() {
     if (!is_lost(display)) {
         if (line_count_ > 0) {
@@ -417,9 +427,12 @@ bool clip_to_protocol_range(int* x0, int* y0, int* x1, int* y1) {
 }  // namespace
 
 X11PixmapSink::X11PixmapSink(X11Window& window)
-    : window_(window), culling_(true), culler_(window.width, window.height, window.short_lines) {
+    : window_(window),
+      culling_allowed_(true),
+      culling_(true),
+      culler_(window.width, window.height, window.short_lines) {
     const char* setting = std::getenv("TRACERY_WINDOW_CULLING");
-    if (setting && std::strcmp(setting, "off") == 0) culling_ = false;
+    if (setting && std::strcmp(setting, "off") == 0) culling_allowed_ = culling_ = false;
 }
 
 // Every world block clears the pixmap. A later world with another
@@ -480,6 +493,14 @@ void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
 
 void X11PixmapSink::color(const float rgb[3]) {
     if (window_.set_foreground(rgb)) culler_.forget();
+}
+
+// What was sent so far goes with the old width; a wide line covers pixels
+// that no thin-line pattern or memory of drawn pixels describes.
+void X11PixmapSink::set_line_width(int width) {
+    window_.set_line_width(width);
+    culling_ = culling_allowed_ && width == 0;
+    culler_.forget();
 }
 
 void X11PixmapSink::world_end() {

@@ -55,6 +55,9 @@ class X11Window {
     // Sets the colour of the lines that follow; false when its pixel is the
     // one already in use (nothing is sent then).
     bool set_foreground(const float rgb[3]);
+    // Sets the width of the lines that follow (0: thin lines, the drawing's;
+    // wider ones with round ends), after sending what was drawn before.
+    void set_line_width(int width);
     // Lines and points for the pixmap are written in place into batches,
     // sent before anything else is done with the window: room_for gives
     // room for up to the given numbers of each (coordinates must fit in 16
@@ -135,11 +138,16 @@ class X11PixmapSink final : public LineSink {
     void segments(const RasterSegment* s, size_t count) override;
     void color(const float rgb[3]) override;
     void world_end() override;
+    // Lines from here on are width pixels wide (0: the thin lines of the
+    // drawing). The culler knows only thin lines, so it stands aside while
+    // lines are wide.
+    void set_line_width(int width);
 
   private:
     bool fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const;
     X11Window& window_;
-    bool culling_;
+    bool culling_allowed_;  // not turned off in the environment
+    bool culling_;          // allowed, and the lines are thin
     WindowCuller culler_;
 };
 
