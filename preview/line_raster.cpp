@@ -38,17 +38,6 @@ inline float ramp_integral(float u) {
     return 0.5f * u * u;
 }
 
-// The mean of clamp(f, 0, 1) over an interval along which f runs linearly
-// from a0 to a1: the share of a pixel row's height lying below f.
-inline float mean_below(float a0, float a1) {
-    float d = a1 - a0;
-    if (std::fabs(d) < 1e-4f) {
-        float m = 0.5f * (a0 + a1);
-        return m <= 0.0f ? 0.0f : (m >= 1.0f ? 1.0f : m);
-    }
-    return (ramp_integral(a1) - ramp_integral(a0)) / d;
-}
-
 // Cuts the quadrilateral into the pieces between its corners' abscissae
 // (at most three; pieces of no width are left out).
 int pieces_of(const Quad& q, Piece out[3]) {

@@ -66,13 +66,13 @@ struct ClassTable {
         for (int c = 'a'; c <= 'z'; ++c) of[c] = LETTER;
         for (int c = 'A'; c <= 'Z'; ++c) of[c] = LETTER;
         for (int c = '0'; c <= '9'; ++c) of[c] = DIGIT;
-        of['_'] = UNDERSCORE;
-        of[' '] = BLANK;
-        of['\t'] = BLANK;
-        of['\n'] = BLANK | STRING_SPECIAL;
-        of['\r'] = BLANK | STRING_SPECIAL;
-        of['"'] = STRING_SPECIAL;
-        of['\\'] = STRING_SPECIAL;
+        of[static_cast<unsigned char>('_')] = UNDERSCORE;
+        of[static_cast<unsigned char>(' ')] = BLANK;
+        of[static_cast<unsigned char>('\t')] = BLANK;
+        of[static_cast<unsigned char>('\n')] = BLANK | STRING_SPECIAL;
+        of[static_cast<unsigned char>('\r')] = BLANK | STRING_SPECIAL;
+        of[static_cast<unsigned char>('"')] = STRING_SPECIAL;
+        of[static_cast<unsigned char>('\\')] = STRING_SPECIAL;
         for (int c = 128; c < 256; ++c) of[c] = BINARY;
     }
 };
