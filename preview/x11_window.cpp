@@ -471,6 +471,7 @@ void X11PixmapSink::segment(int x0, int y0, int x1, int y1) {
 // The lines are fitted straight into the window's batch, and the culler
 // turns them into the lines and points to send.
 void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
+    apply_color();
     constexpr size_t PART = 4096;
     constexpr size_t POINTS_A_LINE = ShortLinePatterns::MAX_PIXELS;
     while (count > 0) {
@@ -492,7 +493,14 @@ void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
 }
 
 void X11PixmapSink::color(const float rgb[3]) {
-    if (window_.set_foreground(rgb)) culler_.forget();
+    std::copy(rgb, rgb + 3, pending_color_);
+    color_pending_ = true;
+}
+
+void X11PixmapSink::apply_color() {
+    if (!color_pending_) return;
+    color_pending_ = false;
+    if (window_.set_foreground(pending_color_)) culler_.forget();
 }
 
 // What was sent so far goes with the old width; a wide line covers pixels

@@ -145,10 +145,16 @@ class X11PixmapSink final : public LineSink {
 
   private:
     bool fit_to_pixmap(int* x0, int* y0, int* x1, int* y1) const;
+    void apply_color();
     X11Window& window_;
     bool culling_allowed_;  // not turned off in the environment
     bool culling_;          // allowed, and the lines are thin
     WindowCuller culler_;
+    // The last colour given, not yet made the window's foreground: it is
+    // applied when the next lines are drawn, so colours that nothing is drawn
+    // in cost no pixel lookup and no GC change.
+    float pending_color_[3] = {0, 0, 0};
+    bool color_pending_ = false;
 };
 
 #endif  // TRACERY_PREVIEW_X11_WINDOW_H
