@@ -335,16 +335,8 @@ int rib_atoi(const char* text) {
 
 namespace {
 
-// Powers of ten that a double holds exactly.
-constexpr double EXACT_POWERS_OF_TEN[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                          1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                          1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-
-// The common short decimal ("-1.25", "3e-2") without a general conversion:
-// with at most 15 digits the digits make an exact double, and so does a
-// power of ten up to 1e22, so one multiplication or division rounds once and
-// gives the correctly rounded double, which is what from_chars gives. False
-// for any other text, which then takes the general path.
+// The short decimal forms of short_decimal_value, from text; false for any
+// other text.
 bool convert_short_decimal(const char* p, const char* end, double* value) {
     const bool negative = p < end && *p == '-';
     if (negative) ++p;
@@ -367,18 +359,14 @@ bool convert_short_decimal(const char* p, const char* end, double* value) {
         for (; p < end && *p >= '0' && *p <= '9'; ++p) written = written * 10 + (*p - '0');
         exponent += negative_exponent ? -written : written;
     }
-    if (p != end || exponent < -22 || exponent > 22) return false;
-    double result = double(digits);
-    result = exponent < 0 ? result / EXACT_POWERS_OF_TEN[-exponent]
-                          : result * EXACT_POWERS_OF_TEN[exponent];
-    *value = negative ? -result : result;
-    return true;
+    return p == end && short_decimal_value(digits, count, exponent, negative, value);
 }
 
 }  // namespace
 
 float token_atof(const RibTokenView& token) {
     if (token.numeric) return static_cast<float>(token.number);
+    if (token.decimal_converted) return static_cast<float>(token.decimal_value);
     double value = 0.0;
     if (convert_short_decimal(token.text, token.text + token.length, &value)) {
         return static_cast<float>(value);

@@ -4,6 +4,8 @@
 #ifndef TRACERY_RIB_TOKEN_SCAN_H
 #define TRACERY_RIB_TOKEN_SCAN_H
 
+#include <cstdint>
+
 // One token: its code (as read_RIB_token returns it) and its text, which is
 // not NUL-terminated. The text lies in the read buffer or in a spill buffer
 // of the tokenizer and is valid only until the next token is scanned (a
@@ -21,7 +23,31 @@ struct RibTokenView {
     int length;
     bool numeric = false;
     double number = 0.0;
+    // A decimal in the short form short_decimal_value takes, converted by the
+    // scanner while it found the number's end: decimal_value is the double
+    // token_atof would compute from the text, so the digits are read once.
+    bool decimal_converted = false;
+    double decimal_value = 0.0;
 };
+
+// The common short decimal ("-1.25", "3e-2") without a general conversion:
+// with at most 15 digits the digits make an exact double, and so does a
+// power of ten up to 1e22, so one multiplication or division rounds once and
+// gives the correctly rounded double, which is what from_chars gives. The
+// number is digits * 10^exponent (count digits read, negated when negative);
+// false for any other, which then takes the general path.
+inline bool short_decimal_value(uint64_t digits, int count, int exponent, bool negative,
+                                double* value) {
+    static constexpr double EXACT_POWERS_OF_TEN[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                     1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                                     1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    if (count == 0 || count > 15 || exponent < -22 || exponent > 22) return false;
+    double result = double(digits);
+    result = exponent < 0 ? result / EXACT_POWERS_OF_TEN[-exponent]
+                          : result * EXACT_POWERS_OF_TEN[exponent];
+    *value = negative ? -result : result;
+    return true;
+}
 
 // Scans the next token; read_RIB_token is this followed by a copy of the text.
 int scan_RIB_token(RibTokenView* token);

@@ -372,31 +372,51 @@ int scan_identifier(RibTokenView* token) {
     return TOKEN_IDENTIFIER;
 }
 
-const unsigned char* skip_digits(const unsigned char* p, const unsigned char* end) {
-    while (p < end && is_digit(*p)) ++p;
-    return p;
-}
-
 // The end of the number that starts at start, or null when it reaches the
-// end of the buffer.
-const unsigned char* number_end(const unsigned char* start, const unsigned char* end) {
+// end of the buffer. Its digits are summed on the way, and a number in the
+// short form of short_decimal_value leaves its value in *value and sets
+// *converted, so that it is not read a second time to be converted.
+const unsigned char* number_end(const unsigned char* start, const unsigned char* end,
+                                bool* converted, double* value) {
     const unsigned char* p = start;
-    if (*p == '-') ++p;
-    p = skip_digits(p, end);
-    if (p < end && *p == '.') p = skip_digits(p + 1, end);
+    const bool negative = *p == '-';
+    if (negative) ++p;
+    uint64_t digits = 0;
+    int count = 0, exponent = 0;
+    for (; p < end && is_digit(*p); ++p, ++count) digits = digits * 10 + uint64_t(*p - '0');
+    if (p < end && *p == '.') {
+        for (++p; p < end && is_digit(*p); ++p, ++count, --exponent) {
+            digits = digits * 10 + uint64_t(*p - '0');
+        }
+    }
+    bool short_exponent = true;
     if (p < end && (*p == 'e' || *p == 'E')) {
         ++p;
+        const bool negative_exponent = p < end && *p == '-';
         if (p < end && (*p == '-' || *p == '+')) ++p;
-        p = skip_digits(p, end);
+        const unsigned char* first = p;
+        int written = 0;
+        for (; p < end && is_digit(*p); ++p) {
+            if (p - first < 3) written = written * 10 + (*p - '0');
+        }
+        // One to three digits, as the conversion from text takes them.
+        short_exponent = p > first && p - first <= 3;
+        exponent += negative_exponent ? -written : written;
     }
-    return p < end ? p : nullptr;
+    if (p >= end) return nullptr;
+    *converted = short_exponent && short_decimal_value(digits, count, exponent, negative, value);
+    return p;
 }
 
 int scan_number(RibTokenView* token) {
     const unsigned char* start = lookahead_at();
-    const unsigned char* stop = number_end(start, buffer_end());
+    bool converted = false;
+    double value = 0.0;
+    const unsigned char* stop = number_end(start, buffer_end(), &converted, &value);
     if (!stop) return 0;
     in_place(token, TOKEN_NUMBER, start, stop);
+    token->decimal_converted = converted;
+    token->decimal_value = value;
     consume_to(stop);
     return TOKEN_NUMBER;
 }
@@ -582,6 +602,7 @@ bool rib_skip_white_space() {
 }
 
 int rib_scan_quoted_string(RibTokenView* token) {
+    token->decimal_converted = false;
     if (lookahead_in_buffer() && scan_string(token)) return TOKEN_STRING;
     return read_string_bytes(token);
 }
@@ -607,8 +628,10 @@ int scan_blanks_and_word(RibTokenView* token) {
         const int c = *p;
         const unsigned char* stop = nullptr;
         int code = 0;
+        bool converted = false;
+        double value = 0.0;
         if (is_digit(c) || c == '-' || c == '.') {
-            stop = number_end(p, end);
+            stop = number_end(p, end, &converted, &value);
             code = TOKEN_NUMBER;
         } else if (is_letter(c)) {
             stop = identifier_end(p, end);
@@ -616,6 +639,8 @@ int scan_blanks_and_word(RibTokenView* token) {
         }
         if (stop) {
             in_place(token, code, p, stop);
+            token->decimal_converted = converted;
+            token->decimal_value = value;
             consume_to(stop);
             return code;
         }
@@ -657,6 +682,7 @@ bool input_exhausted() {
 
 int scan_RIB_token(RibTokenView* token) {
     token->numeric = false;
+    token->decimal_converted = false;
     if (current.pushback_full) return take_pushback(token);
     if (current.array_left > 0 || current.array_close) return next_array_token(token);
     if (current.at_eof) return end_of_input(token);

@@ -3,6 +3,7 @@
 // number, string and vector readers, and the number conversions.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -470,9 +471,14 @@ TEST(RibNumberConversion, AtofAndAtoiMatchTheCLibraryAndSaturate) {
 }
 
 // Numbers are converted straight from the token, short decimals without the
-// general conversion: every form must give the very float the text's atof
-// gives, bit for bit.
-TEST(RibNumberConversion, TokenConversionMatchesAtofBitForBit) {
+// general conversion, and numbers scanned inside the read buffer while their
+// end is found: every form, taken either way, must give the very float the
+// text's atof gives, bit for bit.
+TEST_F(TokenizerTest, TokenConversionMatchesAtofBitForBit) {
+    auto scans_as_number = [](const std::string& text) {
+        return !text.empty() && (std::isdigit(static_cast<unsigned char>(text[0])) ||
+                                 text[0] == '-' || text[0] == '.');
+    };
     std::mt19937 random(14);
     auto digits = [&](int n) {
         std::string out;
@@ -497,7 +503,11 @@ TEST(RibNumberConversion, TokenConversionMatchesAtofBitForBit) {
                                       "9007199254740993",
                                       "123456789012345",
                                       "0.1e1",
-                                      "3E-2"};
+                                      "3E-2",
+                                      "1e001",
+                                      "2.5e-0005",
+                                      "-4E+100",
+                                      "123456789012345678901234"};
     for (int i = 0; i < 200000; ++i) {
         std::string text = (random() % 2) ? "-" : "";
         text += digits(random() % 10);
@@ -509,8 +519,20 @@ TEST(RibNumberConversion, TokenConversionMatchesAtofBitForBit) {
         }
         texts.push_back(text);
     }
+    std::string scanned;
     for (const std::string& text : texts) {
         const RibTokenView token{TOKEN_NUMBER, text.data(), static_cast<int>(text.size())};
+        const float fast = token_atof(token), slow = rib_atof(text.c_str());
+        ASSERT_EQ(std::memcmp(&fast, &slow, sizeof fast), 0) << text;
+        ASSERT_EQ(token_atoi(token), rib_atoi(text.c_str())) << text;
+        if (scans_as_number(text)) scanned += text + (text.size() % 2 ? " " : "\n");
+    }
+    feed(scanned);
+    for (const std::string& text : texts) {
+        if (!scans_as_number(text)) continue;
+        RibTokenView token;
+        ASSERT_EQ(scan_RIB_token(&token), TOKEN_NUMBER) << text;
+        ASSERT_EQ(std::string(token.text, size_t(token.length)), text);
         const float fast = token_atof(token), slow = rib_atof(text.c_str());
         ASSERT_EQ(std::memcmp(&fast, &slow, sizeof fast), 0) << text;
         ASSERT_EQ(token_atoi(token), rib_atoi(text.c_str())) << text;
