@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "math/clip_parameter.h"
+
 namespace {
 
 // Half the length of each arm of a point's cross, as the drawing makes it.
@@ -150,20 +152,6 @@ class Segmenter {
     RasterSegment* out_ = nullptr;
     RasterSegment* full_ = nullptr;
 };
-
-// Liang-Barsky: narrows [t0, t1] to where p t <= q; false when empty.
-bool clip_parameter(double p, double q, double* t0, double* t1) {
-    if (p == 0.0) return q >= 0.0;
-    const double r = q / p;
-    if (p < 0.0) {
-        if (r > *t1) return false;
-        *t0 = std::max(*t0, r);
-    } else {
-        if (r < *t0) return false;
-        *t1 = std::min(*t1, r);
-    }
-    return true;
-}
 
 void to_camera(const float* w, const KeptProjection& projection, double c[3]) {
     for (int j = 0; j < 3; ++j) {

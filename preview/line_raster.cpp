@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "math/clip_parameter.h"
+
 namespace {
 
 // A convex quadrilateral, corners in order around it.
@@ -281,20 +283,6 @@ Quad segment_quad(double ax, double ay, double bx, double by, double ux, double 
     return q;
 }
 
-// Liang-Barsky: narrows [t0, t1] to where p * t <= q.
-bool clip_edge(double p, double q, double* t0, double* t1) {
-    if (p == 0.0) return q >= 0.0;
-    double r = q / p;
-    if (p < 0.0) {
-        if (r > *t1) return false;
-        *t0 = std::max(*t0, r);
-    } else {
-        if (r < *t0) return false;
-        *t1 = std::min(*t1, r);
-    }
-    return true;
-}
-
 }  // namespace
 
 void LineRaster::attach(uint32_t* pixels, int width, int height, int stride) {
@@ -385,8 +373,9 @@ void LineRaster::draw_long(int x0, int y0, int x1, int y1) {
     if (std::min(ax, bx) < left || std::max(ax, bx) > right || std::min(ay, by) < top ||
         std::max(ay, by) > bottom) {
         double t0 = 0.0, t1 = 1.0;
-        if (!clip_edge(-dx, ax - left, &t0, &t1) || !clip_edge(dx, right - ax, &t0, &t1) ||
-            !clip_edge(-dy, ay - top, &t0, &t1) || !clip_edge(dy, bottom - ay, &t0, &t1)) {
+        if (!clip_parameter(-dx, ax - left, &t0, &t1) ||
+            !clip_parameter(dx, right - ax, &t0, &t1) || !clip_parameter(-dy, ay - top, &t0, &t1) ||
+            !clip_parameter(dy, bottom - ay, &t0, &t1)) {
             return;
         }
         const double sx = ax, sy = ay;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "driver/globals.h"
+#include "math/clip_parameter.h"
 #include "support/error.h"
 
 namespace {
@@ -392,19 +393,6 @@ constexpr double X_COORD_LIMIT = 16384.0;
 
 bool fits_x_protocol(int v) {
     return v >= -32768 && v <= 32767;
-}
-
-bool clip_parameter(double p, double q, double* t0, double* t1) {
-    if (p == 0.0) return q >= 0.0;
-    double r = q / p;
-    if (p < 0.0) {
-        if (r > *t1) return false;
-        *t0 = std::max(*t0, r);
-    } else {
-        if (r < *t0) return false;
-        *t1 = std::min(*t1, r);
-    }
-    return true;
 }
 
 // Cuts the segment to the square |x|, |y| <= X_COORD_LIMIT; false when

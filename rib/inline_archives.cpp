@@ -119,8 +119,8 @@ long long inline_archive_size(const char* name) {
     return static_cast<long long>(line_padding(found->second) + found->second.text.size() + 1);
 }
 
-// The text is copied for the replay: a replay may record an archive of the
-// same name over the one being read.
+// The text and the place are copied for the replay: a replay may record an
+// archive of the same name over the one being read, which frees the record.
 void replay_inline_archive(const char* name, const char* searchpath, int echo) {
     auto found = archives.find(name);
     if (found == archives.end()) return;
@@ -136,7 +136,8 @@ void replay_inline_archive(const char* name, const char* searchpath, int echo) {
     }
     const bool padded = archive.first_line <= LINE_PADDING_MAX;
     const int shift = archive.place_shift + (padded ? 0 : archive.first_line - 1);
-    const SourcePlacement placement(archive.place_file.c_str(), shift);
+    const std::string place_file = archive.place_file;
+    const SourcePlacement placement(place_file.c_str(), shift);
     ParseRIB_stream(stream, label.c_str(), searchpath, echo);
     std::fclose(stream);
 }

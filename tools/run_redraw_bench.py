@@ -33,6 +33,8 @@ import subprocess
 import sys
 import time
 
+import run_preview_bench  # the pinned virtual X server
+
 ROOT = os.path.dirname(os.path.abspath(os.path.dirname(__file__)))
 BUILD = os.path.join(ROOT, "build-bench")
 GENERATOR = os.path.join(ROOT, "..", "shared", "bench", "genrib.py")
@@ -66,16 +68,10 @@ def generate(scale, names):
 
 
 def start_server(cpu):
-    read_end, write_end = os.pipe()
-    server = subprocess.Popen(["taskset", "-c", cpu, "Xvfb", "-displayfd", str(write_end),
-                               "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"],
-                              pass_fds=(write_end,), stdout=subprocess.DEVNULL,
-                              stderr=subprocess.DEVNULL)
-    os.close(write_end)
-    with os.fdopen(read_end) as pipe:
-        number = pipe.readline().strip()
-    env = dict(os.environ, DISPLAY=":" + number, HOME="/nonexistent")
-    return server, env
+    """A virtual X server pinned to the processor, and the environment that
+    reaches it."""
+    server, display = run_preview_bench.start_server(cpu)
+    return server, dict(os.environ, DISPLAY=display, HOME="/nonexistent")
 
 
 FIGURE = re.compile(r"^(redraw|redraw without cull|lines made, not sent)\s+wall median\s+([\d.]+)"

@@ -15,7 +15,7 @@ import sys
 import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from window_test import Session, check, rgb_of, wait_exit  # noqa: E402
+from window_test import Session, check, rgb_of, run_case, wait_exit  # noqa: E402
 
 SECONDS = 20
 
@@ -302,22 +302,8 @@ CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
 
 
 def main(argv):
-    if len(argv) == 4 and argv[3] == "list":
-        print("\n".join(CASES))
-        return 0
-    if len(argv) != 4 or argv[3] not in CASES:
-        print(__doc__.strip(), file=sys.stderr)
-        return 2
-    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), 24)
-    try:
-        CASES[argv[3]](session)
-    except AssertionError as failure:
-        print("FAIL %s: %s" % (argv[3], failure))
-        return 1
-    finally:
-        session.close()
-    print("PASS %s" % argv[3])
-    return 0
+    return run_case(argv, CASES, __doc__,
+                    lambda tracery, xprobe, case: Session(tracery, xprobe, 24))
 
 
 if __name__ == "__main__":

@@ -502,18 +502,18 @@ CASES = {name[len("case_"):]: f for name, f in sorted(globals().items())
          if name.startswith("case_")}
 
 
-def main(argv):
+def run_case(argv, cases, doc, session_for):
+    """Runs the case named in argv (TRACERY XPROBE CASE) from cases, in a
+    session made by session_for(tracery, xprobe, case); "list" lists them."""
     if len(argv) == 4 and argv[3] == "list":
-        print("\n".join(CASES))
+        print("\n".join(cases))
         return 0
-    if len(argv) != 4 or argv[3] not in CASES:
-        print(__doc__.strip(), file=sys.stderr)
+    if len(argv) != 4 or argv[3] not in cases:
+        print(doc.strip(), file=sys.stderr)
         return 2
-    depth = 8 if "colormap" in argv[3] else 24
-    screen = "1280x1024" if "culling" in argv[3] else "640x480"
-    session = Session(os.path.abspath(argv[1]), os.path.abspath(argv[2]), depth, screen)
+    session = session_for(os.path.abspath(argv[1]), os.path.abspath(argv[2]), argv[3])
     try:
-        CASES[argv[3]](session)
+        cases[argv[3]](session)
     except AssertionError as failure:
         print("FAIL %s: %s" % (argv[3], failure))
         return 1
@@ -521,6 +521,14 @@ def main(argv):
         session.close()
     print("PASS %s" % argv[3])
     return 0
+
+
+def main(argv):
+    def session_for(tracery, xprobe, case):
+        depth = 8 if "colormap" in case else 24
+        screen = "1280x1024" if "culling" in case else "640x480"
+        return Session(tracery, xprobe, depth, screen)
+    return run_case(argv, CASES, __doc__, session_for)
 
 
 if __name__ == "__main__":
