@@ -31,8 +31,15 @@ int current_source_line() {
 
 // Archives nest at most a few dozen deep, so the stack stays small; it is
 // popped by the scope, whatever the request did in between.
+// The place is written field by field into the stack's own slot: a whole
+// record built aside and copied in was read back before its parts were
+// stored, which stalled every request.
 RequestScope::RequestScope(const char* keyword) {
-    under_way.push_back({keyword, current_source_file(), current_source_line(), next_serial++});
+    RequestPlace& place = under_way.emplace_back();
+    place.keyword = keyword;
+    place.file = current_source_file();
+    place.line = current_source_line();
+    place.serial = next_serial++;
 }
 
 RequestScope::~RequestScope() {
