@@ -42,8 +42,8 @@ struct RibStreamState {
     long long buffer_base;  // bytes of the stream's content before the buffer
     int lookahead;
     int at_eof;
-    char* name_copy;  // owned copy of the stream's name
-    int line;         // private line counter, kept with RIB_lineno
+    char* name_copy;    // owned copy of the stream's name
+    int line;           // private line counter, kept with RIB_lineno
     int comment_lines;  // newlines ending comments, which RIB_lineno leaves out
     char pushback_text[RIB_TOKEN_MAX];
     int pushback_code;

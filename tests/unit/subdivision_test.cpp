@@ -166,9 +166,9 @@ TEST(SubdivisionTest, MeshesThatDoNotFitAreReportedAndGiveTheirCage) {
         const bool face_left_out = c.mesh.faces[21] == 8;
         ASSERT_EQ(capture.count(), 1u) << c.why;
         EXPECT_EQ(capture.errors()[0].severity, RIE_ERROR);
-        EXPECT_EQ(capture.messages()[0],
-                  std::string("SubdivisionMesh: ") + c.why + "; drawn as its control cage" +
-                      (face_left_out ? ", 1 of its 6 faces left out" : ""));
+        EXPECT_EQ(capture.messages()[0], std::string("SubdivisionMesh: ") + c.why +
+                                             "; drawn as its control cage" +
+                                             (face_left_out ? ", 1 of its 6 faces left out" : ""));
         EXPECT_EQ(m.points, c.mesh.points) << c.why;
         EXPECT_EQ(m.face_sizes.size(), face_left_out ? 5u : 6u) << c.why;
     }
