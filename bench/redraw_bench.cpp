@@ -149,20 +149,16 @@ int main(int argc, char** argv) {
         std::printf("\n");
     };
     measure("redraw", [&] { view.redraw(); });
-    measure("redraw without cull", [&] {
-        X11PixmapSink sink(*hold.window);
-        sink.world_begin(frame.view.xres, frame.view.yres);
-        draw_kept_frame(frame, camera.projection(frame.view), sink);
-        sink.world_end();
-        XSync(hold.window->display, False);
-    });
+    // The window's sink reads whether to cull when it is made.
+    setenv("TRACERY_WINDOW_CULLING", "off", 1);
+    measure("redraw without cull", [&] { view.redraw(); });
+    unsetenv("TRACERY_WINDOW_CULLING");
     struct NullSink : LineSink {
         void segment(int, int, int, int) override {}
         void segments(const RasterSegment*, size_t) override {}
     } null_sink;
-    ThinLineCull cull(hold.window->width, hold.window->height);
     measure("lines made, not sent",
-            [&] { draw_kept_frame(frame, camera.projection(frame.view), null_sink, &cull); });
+            [&] { draw_kept_frame(frame, camera.projection(frame.view), null_sink); });
     kept_frames = nullptr;
     window_hold = nullptr;
     hold.window.reset();

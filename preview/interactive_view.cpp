@@ -44,11 +44,7 @@ double now_seconds() {
 
 InteractiveView::InteractiveView(X11Window& window, FrameStore& store, ViewCamera& camera,
                                  FileWatch* watch)
-    : window_(window),
-      store_(store),
-      camera_(camera),
-      watch_(watch),
-      cull_(window.width, window.height) {
+    : window_(window), store_(store), camera_(camera), watch_(watch) {
     Display* d = window_.display;
     XSelectInput(d, window_.window, VIEW_EVENTS);
     protocols_atom_ = XInternAtom(d, "WM_PROTOCOLS", False);
@@ -284,11 +280,11 @@ void InteractiveView::redraw() {
     const KeptFrame& frame = shown();
     const KeptProjection projection = camera_.projection(frame.view);
     sink.world_begin(frame.view.xres, frame.view.yres);
-    draw_kept_frame(frame, projection, sink, &cull_);
+    draw_kept_frame(frame, projection, sink);
     if (highlight_ != NO_ORIGIN) {
         sink.color(HIGHLIGHT_RGB);
         sink.set_line_width(HIGHLIGHT_WIDTH);
-        draw_kept_frame(frame, projection, sink, nullptr, highlight_, HIGHLIGHT_RGB);
+        draw_kept_frame(frame, projection, sink, highlight_, HIGHLIGHT_RGB);
         sink.set_line_width(0);
     }
     sink.world_end();

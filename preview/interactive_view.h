@@ -63,7 +63,6 @@ class InteractiveView {
     bool moved_ = false;
     ViewCamera start_;
     double first_change_ = -1.0, last_change_ = -1.0;  // of watched files
-    ThinLineCull cull_;
     unsigned long delete_atom_ = 0, protocols_atom_ = 0;
 };
 

@@ -234,92 +234,18 @@ bool clip_kept_segment(const float* a, const float* b, const KeptProjection& pro
     return true;
 }
 
-ThinLineCull::ThinLineCull(int width, int height)
-    : width_(std::max(width, 0)),
-      height_(std::max(height, 0)),
-      stamp_(size_t(width_) * size_t(height_)) {}
-
-namespace {
-
-// Tried and found wanting, the cull rests for this many pictures.
-constexpr int CULL_REST = 8;
-// A run is culled from this many segments on.
-constexpr size_t LONG_RUN = 4096;
-// Stamp numbers of runs fit a byte twice over (2 r + 1 <= 255).
-constexpr unsigned STAMP_RUNS = 127;
-
-}  // namespace
-
-void ThinLineCull::new_picture() {
-    if (tried_ > 0) worthwhile_ = left_out_ * 5 >= tried_;
-    if (!worthwhile_ && ++pictures_without_ > CULL_REST) {
-        worthwhile_ = true;
-        pictures_without_ = 0;
-    }
-    tried_ = left_out_ = 0;
-    new_run();
-}
-
-void ThinLineCull::new_run() {
-    run_length_ = 0;
-    stamp_run_ = 0;
-}
-
-// Written without branches on the stamps, which no predictor could guess.
-// Stamps of earlier runs are below 2 r until the numbers come round again,
-// when they are cleared.
-size_t ThinLineCull::cull(RasterSegment* s, size_t count) {
-    run_length_ += count;
-    if (!worthwhile_ || run_length_ < LONG_RUN) return count;
-    if (stamp_run_ == 0) {
-        if (++last_stamp_run_ > STAMP_RUNS) {
-            std::fill(stamp_.begin(), stamp_.end(), uint8_t(0));
-            last_stamp_run_ = 1;
-        }
-        stamp_run_ = last_stamp_run_;
-    }
-    const auto w = unsigned(width_), h = unsigned(height_);
-    const auto drawn = uint8_t(2 * stamp_run_ + 1), dot = uint8_t(2 * stamp_run_);
-    uint8_t* stamp = stamp_.data();
-    size_t kept = 0;
-    for (size_t k = 0; k < count; ++k) {
-        const RasterSegment t = s[k];
-        s[kept] = t;
-        if (unsigned(t.x1 - t.x0 + 1) > 2 || unsigned(t.y1 - t.y0 + 1) > 2 || unsigned(t.x0) >= w ||
-            unsigned(t.y0) >= h || unsigned(t.x1) >= w || unsigned(t.y1) >= h) {
-            ++kept;
-            continue;
-        }
-        const size_t a = size_t(t.y0) * w + unsigned(t.x0);
-        const size_t b = size_t(t.y1) * w + unsigned(t.x1);
-        const uint8_t sa = stamp[a], sb = stamp[b];
-        const bool one_pixel = a == b;
-        const bool redundant = one_pixel ? sa >= dot : (sa == drawn) & (sb == drawn);
-        const uint8_t now = one_pixel ? std::max(sa, dot) : drawn;
-        stamp[b] = now;
-        stamp[a] = now;
-        kept += redundant ? 0 : 1;
-    }
-    tried_ += count;
-    left_out_ += count - kept;
-    return kept;
-}
-
 void draw_kept_frame(const KeptFrame& frame, const KeptProjection& projection, LineSink& sink,
-                     ThinLineCull* cull, uint32_t only, const float* only_rgb) {
-    Segmenter segmenter(projection, [&sink, cull](RasterSegment* s, size_t count) {
-        if (cull != nullptr) count = cull->cull(s, count);
+                     uint32_t only, const float* only_rgb) {
+    Segmenter segmenter(projection, [&sink](RasterSegment* s, size_t count) {
         if (count > 0) sink.segments(s, count);
     });
     uint32_t colour = NO_ORIGIN;
-    if (cull != nullptr) cull->new_picture();
     if (only != NO_ORIGIN && only_rgb != nullptr) sink.color(only_rgb);
     for (const KeptPrimitive& p : frame.primitives) {
         if (only != NO_ORIGIN && p.origin != only) continue;
         if (only == NO_ORIGIN && p.colour != colour && p.colour < frame.colours.size()) {
             colour = p.colour;
             sink.color(frame.colours[colour].data());
-            if (cull != nullptr) cull->new_run();
         }
         segmenter.segments(frame, p);
     }

@@ -26,54 +26,16 @@ struct KeptProjection {
     bool clip;
 };
 
-// Leaves out of a redraw in thin lines the segments that cannot change a
-// pixel, exactly, on any X server: a segment whose ends are the same pixel
-// or neighbouring pixels draws no pixel but its ends (a thin line's end is
-// drawn unless the cap style is CapNotLast; a line of no length draws at most
-// its one pixel). So within one run of one colour such a segment is left out
-// when each of its ends has been drawn by a neighbour segment of the run,
-// and a segment of no length also when it repeats one already sent. A
-// drawing of a dense frame is mostly such segments. Longer lines are all
-// sent: which pixels they cover is the server's business.
-// Looking a segment up costs a good part of what the server spends drawing
-// it, so only long runs are culled (a scene that changes colour at every
-// small primitive gains nothing), and a picture in which the cull leaves out
-// less than a fifth is followed by a few without it before it is tried again.
-class ThinLineCull {
-  public:
-    ThinLineCull(int width, int height);
-    // A new picture begins (a new run).
-    void new_picture();
-    // The colour changes: a new run.
-    void new_run();
-    // Removes the segments that cannot change a pixel from s (in place,
-    // keeping the order); returns how many remain.
-    size_t cull(RasterSegment* s, size_t count);
-
-  private:
-    int width_, height_;
-    size_t run_length_ = 0;   // segments of the run so far
-    unsigned stamp_run_ = 0;  // the stamps' number of the run (0: none yet)
-    unsigned last_stamp_run_ = 0;
-    bool worthwhile_ = true;
-    int pictures_without_ = 0;
-    size_t tried_ = 0, left_out_ = 0;  // segments of the picture
-    // Per pixel: 2 r + 1 when a neighbour segment of stamped run r drew it,
-    // 2 r when only a segment of no length was sent there in run r.
-    std::vector<uint8_t> stamp_;
-};
-
 // The projection of the frame through its own camera.
 KeptProjection scene_projection(const KeptView& view);
 
 // Hands the frame's segments to sink, each primitive's in its colour (the
-// caller begins and ends the sink's world), through cull when given (the
-// sink then draws thin lines into a picture of the cull's size). With only
-// given, only the primitives of that origin are drawn, all in the colour
-// only_rgb.
+// caller begins and ends the sink's world). What cannot change a pixel is
+// the sink's business: the window's sink leaves it out as it does for the
+// drawing. With only given, only the primitives of that origin are drawn,
+// all in the colour only_rgb.
 void draw_kept_frame(const KeptFrame& frame, const KeptProjection& projection, LineSink& sink,
-                     ThinLineCull* cull = nullptr, uint32_t only = NO_ORIGIN,
-                     const float* only_rgb = nullptr);
+                     uint32_t only = NO_ORIGIN, const float* only_rgb = nullptr);
 
 // The origin of the primitive that draws the segment nearest the pixel (x,
 // y), if it passes within radius pixels of it; NO_ORIGIN otherwise.

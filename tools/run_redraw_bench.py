@@ -17,8 +17,7 @@ the median over N runs (default 3):
              server's drawing; and the processor time the program and the
              server spend on it (on a machine that others share, the wall
              time is longer than the sum; on a quiet one it is about it)
-  no cull    the same without leaving out thin segments that cannot change
-             a pixel
+  no cull    the same with the window's culling off (every segment sent)
   made       the program's own time to make the lines, none sent
 
 Then the peak memory of `tracery -i FILE` (quit with q once its window

@@ -90,8 +90,7 @@ void draw_kept_frames(const FrameStore& store) {
     for (size_t k = 0; k < store.frame_count(); ++k) {
         const KeptFrame& frame = store.frame(k);
         if (frame.dropped) continue;
-        ThinLineCull cull(frame.view.xres % 4096, frame.view.yres % 4096);
-        draw_kept_frame(frame, scene_projection(frame.view), sink, &cull);
+        draw_kept_frame(frame, scene_projection(frame.view), sink);
         float min[3], max[3];
         if (!frame.bound(min, max)) continue;
         const WorldPoint pivot = {(min[0] + max[0]) / 2.0, (min[1] + max[1]) / 2.0,
@@ -100,7 +99,7 @@ void draw_kept_frames(const FrameStore& store) {
         camera.orbit(ViewCamera(), frame.view, pivot, 70.0, -30.0);
         camera.zoom(frame.view, pivot, 12);
         camera.pan(frame.view, pivot, 5.0, -3.0);
-        draw_kept_frame(frame, camera.projection(frame.view), sink, &cull);
+        draw_kept_frame(frame, camera.projection(frame.view), sink);
         const uint32_t origin = pick_kept_origin(frame, camera.projection(frame.view),
                                                  frame.view.xres / 2, frame.view.yres / 2, 4.0);
         origin_text(store, frame, origin);
