@@ -75,13 +75,13 @@ class ListPacker {
         return end;
     }
 
-    // Copies the name with its NUL into (length + 5) & ~3 bytes.
-    int64_t add_name(const char* name) {
-        const size_t length = std::strlen(name);
+    // Copies the name (length bytes) with a NUL into (length + 5) & ~3 bytes.
+    int64_t add_name(const char* name, size_t length) {
         const int64_t bytes = (int64_t(length) + 5) & ~int64_t(3);
         const int64_t offset = reserve(bytes);
         if (offset < 0) return -1;
-        std::memcpy(at(offset), name, length + 1);
+        std::memcpy(at(offset), name, length);
+        at(offset)[length] = '\0';
         end = offset + bytes;
         return offset;
     }
@@ -162,16 +162,16 @@ struct ListState {
 };
 
 // Reads the next token; if it is a quoted string, leaves its text in name and
-// returns true, else pushes it back.
-bool next_name(char* name) {
+// returns its length as a C string, else pushes it back and returns -1.
+int next_name(char* name) {
     RibTokenView token;
     const int code = scan_RIB_token(&token);
     if (code == TOKEN_STRING) {
         materialize_token(token, name);
-        return true;
+        return token_c_length(token);
     }
     return_token_view(token);
-    return false;
+    return -1;
 }
 
 // Nearest integer, halves away from zero; out-of-range values saturate and a
@@ -206,33 +206,34 @@ class StringValue {
     StringValue(ListPacker& pack, PackedPair* pair) : pack_(pack), pair_(pair) {}
 
     // Exactly count strings, bare or in brackets (one string alone in
-    // brackets is the classic form).
+    // brackets is the classic form). Each text is kept straight from the
+    // token, before the next one is scanned.
     int read_sized(int count) {
-        char text[RIB_TOKEN_MAX];
-        int code = read_RIB_token(text);
+        RibTokenView token;
+        int code = scan_RIB_token(&token);
         const bool bracketed = code == '[';
         for (int k = 0; k < count; k++) {
-            if (bracketed || k > 0) code = read_RIB_token(text);
+            if (bracketed || k > 0) code = scan_RIB_token(&token);
             if (code != TOKEN_STRING) return fail("Quoted string expected");
-            if (!keep(text)) return -1;
+            if (!keep(token)) return -1;
         }
-        if (bracketed && read_RIB_token(text) != ']') return fail("Missing ']'");
+        if (bracketed && scan_RIB_token(&token) != ']') return fail("Missing ']'");
         return store(count);
     }
 
     // As many strings as the brackets hold (or one bare string); *count
     // receives how many.
     int read_unsized(int* count) {
-        char text[RIB_TOKEN_MAX];
-        int code = read_RIB_token(text);
+        RibTokenView token;
+        int code = scan_RIB_token(&token);
         *count = 0;
         if (code == TOKEN_STRING) {
             *count = 1;
-            return keep(text) ? store(1) : -1;
+            return keep(token) ? store(1) : -1;
         }
         if (code != '[') return fail("Quoted string expected");
-        while ((code = read_RIB_token(text)) == TOKEN_STRING) {
-            if (!keep(text)) return -1;
+        while ((code = scan_RIB_token(&token)) == TOKEN_STRING) {
+            if (!keep(token)) return -1;
             ++*count;
         }
         if (code != ']') return fail("Missing ']'");
@@ -246,12 +247,14 @@ class StringValue {
     }
     // The texts go into a staging string first: the pointer slots in front
     // of them are sized only when the count is known.
-    bool keep(const char* text) {
-        if (texts_.size() + std::strlen(text) + 1 > size_t(LIST_BYTES_MAX)) {
+    bool keep(const RibTokenView& token) {
+        const size_t length = static_cast<size_t>(token_c_length(token));
+        if (texts_.size() + length + 1 > size_t(LIST_BYTES_MAX)) {
             rib_syntax_error("Parameter list too long");
             return false;
         }
-        texts_.append(text, std::strlen(text) + 1);
+        texts_.append(token.text, length);
+        texts_.push_back('\0');
         return true;
     }
     int store(int count) {
@@ -326,13 +329,15 @@ int read_inline_value(const ParsedDeclaration& decl, ListPacker& pack, PackedPai
     return read_declared_value(typed, "", pack, pair);
 }
 
-// The written name of a pair: an inline declaration is taken off it (and
-// kept with the pair), leaving the plain name to be packed.
-const char* plain_name(const char* written, PackedPair* pair) {
+// The written name of a pair (*length bytes): an inline declaration is taken
+// off it (and kept with the pair), leaving the plain name to be packed, and
+// *length is then the plain name's.
+const char* plain_name(const char* written, int* length, PackedPair* pair) {
     InlineDeclaration inline_decl;
     if (!split_inline_declaration(written, &inline_decl)) return written;
     pair->has_inline = true;
     pair->inline_declaration = inline_decl.declaration;
+    *length = static_cast<int>(std::strlen(inline_decl.name));
     return inline_decl.name;
 }
 
@@ -366,14 +371,16 @@ int RIBparse_parameter_list(RtToken tokens[], RtPointer values[]) {
     ListState& state = ListState::fresh();
     char written[RIB_TOKEN_MAX];
     inline_declarations_clear();
-    while (next_name(written)) {
+    int length;
+    while ((length = next_name(written)) >= 0) {
         const bool keep = state.room_for_pair();
         const int64_t mark = state.pack.end;
         PackedPair pair{};
-        const char* name = plain_name(written, &pair);
-        pair.name = state.pack.add_name(name);
+        const char* name = plain_name(written, &length, &pair);
+        pair.name = state.pack.add_name(name, size_t(length));
         if (pair.name < 0) return -1;
-        const Declaration* decl = pair.has_inline ? nullptr : find_declaration(name);
+        const Declaration* decl =
+            pair.has_inline ? nullptr : find_declaration(name, size_t(length));
         int kept;
         if (pair.has_inline) {
             kept = read_inline_value(pair.inline_declaration, state.pack, &pair);
@@ -421,12 +428,13 @@ int RIBparse_read_primvars(int* n, RtToken tokens[], RtPointer values[], int cou
     *n = 0;
     inline_declarations_clear();
     if (!staging.prepare()) return -1;
-    while (next_name(written)) {
+    int length;
+    while ((length = next_name(written)) >= 0) {
         const bool keep = state.room_for_pair();
         const int64_t mark = state.pack.end;
         PackedPair pair{};
-        const char* name = plain_name(written, &pair);
-        pair.name = state.pack.add_name(name);
+        const char* name = plain_name(written, &length, &pair);
+        pair.name = state.pack.add_name(name, size_t(length));
         if (pair.name < 0) {
             staging.shrink();
             return -1;

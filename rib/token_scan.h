@@ -5,6 +5,7 @@
 #define TRACERY_RIB_TOKEN_SCAN_H
 
 #include <cstdint>
+#include <cstring>
 
 // One token: its code (as read_RIB_token returns it) and its text, which is
 // not NUL-terminated. The text lies in the read buffer or in a spill buffer
@@ -42,7 +43,8 @@ inline bool short_decimal_value(uint64_t digits, int count, int exponent, bool n
                                                      1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                                      1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     if (count == 0 || count > 15 || exponent < -22 || exponent > 22) return false;
-    double result = double(digits);
+    // Below 10^15, so the signed conversion (one instruction) is exact.
+    double result = double(static_cast<int64_t>(digits));
     result = exponent < 0 ? result / EXACT_POWERS_OF_TEN[-exponent]
                           : result * EXACT_POWERS_OF_TEN[exponent];
     *value = negative ? -result : result;
@@ -51,6 +53,14 @@ inline bool short_decimal_value(uint64_t digits, int count, int exponent, bool n
 
 // Scans the next token; read_RIB_token is this followed by a copy of the text.
 int scan_RIB_token(RibTokenView* token);
+
+// The length of the token's text as a C string: up to its first NUL (a
+// string of the binary encoding may hold one), as strlen of the copy gives.
+// Not for a number of the binary encoding, whose text is made on copying.
+inline int token_c_length(const RibTokenView& token) {
+    const void* nul = std::memchr(token.text, '\0', static_cast<size_t>(token.length));
+    return nul ? static_cast<int>(static_cast<const char*>(nul) - token.text) : token.length;
+}
 
 // Copies the token's text, NUL-terminated, into text (RIB_TOKEN_MAX bytes).
 void materialize_token(const RibTokenView& token, char* text);

@@ -39,6 +39,11 @@ constexpr int READ_CHUNK = TRACERY_READ_CHUNK;
 constexpr int READ_CHUNK = 64 * 1024;
 #endif
 constexpr int END_OF_INPUT = RIB_END_OF_INPUT;
+// Written after the last byte of the read buffer at every refill, so that the
+// in-place scanners stop there without testing for the end at each byte: it
+// is no blank, digit or identifier character, and it ends a quoted string,
+// whose scanner then sees that the closing quote is not in the buffer.
+constexpr unsigned char BUFFER_SENTINEL = '"';
 RibStreamState& current = rib_input;
 
 // Text of a token that is not handed out in place: one read across a buffer
@@ -142,19 +147,33 @@ void consume_line_end() {
     if (c == '\r' && !current.at_eof && current.lookahead == '\n') advance();
 }
 
+// Counts lines line ends met in one run of blanks: as many newlines, one by
+// one when the echo level reports every two thousandth line.
+__attribute__((noinline)) void count_newlines(int lines) {
+    if (RIB_echo >= 2) {
+        while (lines-- > 0) count_newline();
+        return;
+    }
+    current.line += lines;
+    RIB_lineno += lines;
+}
+
 // Skips the blanks from p on, inside the buffer, counting line ends; returns
 // where it stopped. A CR that is the last byte of the buffer stops the run,
 // since whether an LF pairs with it is known only after the refill.
-const unsigned char* skip_blank_run(const unsigned char* p, const unsigned char* end) {
-    for (; p < end && is_blank(*p); ++p) {
+inline __attribute__((always_inline)) const unsigned char* skip_blank_run(
+    const unsigned char* p, const unsigned char* end) {
+    int lines = 0;
+    for (; is_blank(*p); ++p) {  // the sentinel ends the run
         if (*p == '\n') {
-            count_newline();
+            ++lines;
         } else if (*p == '\r') {
             if (p + 1 == end) break;
-            count_newline();
+            ++lines;
             if (p[1] == '\n') ++p;
         }
     }
+    if (lines > 0) count_newlines(lines);
     return p;
 }
 
@@ -359,7 +378,7 @@ int read_string_bytes(RibTokenView* token) {
 // the end of the buffer.
 const unsigned char* identifier_end(const unsigned char* start, const unsigned char* end) {
     const unsigned char* p = start + 1;
-    while (p < end && is_identifier_char(*p)) ++p;
+    while (is_identifier_char(*p)) ++p;  // the sentinel ends the run
     return p < end ? p : nullptr;
 }
 
@@ -373,50 +392,54 @@ int scan_identifier(RibTokenView* token) {
 }
 
 // The end of the number that starts at start, or null when it reaches the
-// end of the buffer. Its digits are summed on the way, and a number in the
-// short form of short_decimal_value leaves its value in *value and sets
-// *converted, so that it is not read a second time to be converted.
-const unsigned char* number_end(const unsigned char* start, const unsigned char* end,
-                                bool* converted, double* value) {
+// end of the buffer (the sentinel there ends every run of digits). Its digits
+// are summed on the way, and a number in the short form of
+// short_decimal_value is given its value in the token (decimal_converted),
+// so that it is not read a second time to be converted.
+inline __attribute__((always_inline)) const unsigned char* number_end(const unsigned char* start,
+                                                                      const unsigned char* end,
+                                                                      RibTokenView* token) {
     const unsigned char* p = start;
     const bool negative = *p == '-';
     if (negative) ++p;
+    // More than 19 digits wrap the sum, but such a number has more than 15
+    // digits and is not converted here.
     uint64_t digits = 0;
-    int count = 0, exponent = 0;
-    for (; p < end && is_digit(*p); ++p, ++count) digits = digits * 10 + uint64_t(*p - '0');
-    if (p < end && *p == '.') {
-        for (++p; p < end && is_digit(*p); ++p, ++count, --exponent) {
-            digits = digits * 10 + uint64_t(*p - '0');
-        }
+    const unsigned char* run = p;
+    for (; is_digit(*p); ++p) digits = digits * 10 + uint64_t(*p - '0');
+    long count = p - run, exponent = 0;
+    if (*p == '.') {
+        run = ++p;
+        for (; is_digit(*p); ++p) digits = digits * 10 + uint64_t(*p - '0');
+        count += p - run;
+        exponent = -(p - run);
     }
     bool short_exponent = true;
-    if (p < end && (*p == 'e' || *p == 'E')) {
+    if (*p == 'e' || *p == 'E') {
         ++p;
-        const bool negative_exponent = p < end && *p == '-';
-        if (p < end && (*p == '-' || *p == '+')) ++p;
-        const unsigned char* first = p;
+        const bool negative_exponent = *p == '-';
+        if (*p == '-' || *p == '+') ++p;
+        run = p;
         int written = 0;
-        for (; p < end && is_digit(*p); ++p) {
-            if (p - first < 3) written = written * 10 + (*p - '0');
+        for (; is_digit(*p); ++p) {
+            if (p - run < 3) written = written * 10 + (*p - '0');
         }
         // One to three digits, as the conversion from text takes them.
-        short_exponent = p > first && p - first <= 3;
+        short_exponent = p > run && p - run <= 3;
         exponent += negative_exponent ? -written : written;
     }
     if (p >= end) return nullptr;
-    *converted = short_exponent && short_decimal_value(digits, count, exponent, negative, value);
+    token->decimal_converted =
+        short_exponent &&
+        short_decimal_value(digits, int(count), int(exponent), negative, &token->decimal_value);
     return p;
 }
 
 int scan_number(RibTokenView* token) {
     const unsigned char* start = lookahead_at();
-    bool converted = false;
-    double value = 0.0;
-    const unsigned char* stop = number_end(start, buffer_end(), &converted, &value);
+    const unsigned char* stop = number_end(start, buffer_end(), token);
     if (!stop) return 0;
     in_place(token, TOKEN_NUMBER, start, stop);
-    token->decimal_converted = converted;
-    token->decimal_value = value;
     consume_to(stop);
     return TOKEN_NUMBER;
 }
@@ -428,7 +451,7 @@ int scan_string(RibTokenView* token) {
     const unsigned char* start = lookahead_at() + 1;
     const unsigned char* end = buffer_end();
     const unsigned char* p = start;
-    while (p < end && !is_string_special(*p)) ++p;
+    while (!is_string_special(*p)) ++p;  // the sentinel is special
     if (p + 1 >= end || *p != '"') return 0;
     in_place(token, TOKEN_STRING, start, p);
     consume_to(p + 1);
@@ -516,7 +539,7 @@ int RIBparse_open_stream(FILE* f, const char* name) {
     current.owns_stream = opened_here;
     current.descriptor = fileno(f);
     current.input = compressed_open(current.descriptor, f, name ? name : "stdin");
-    current.buffer = static_cast<unsigned char*>(myalloc(READ_CHUNK));
+    current.buffer = static_cast<unsigned char*>(myalloc(READ_CHUNK + 1));
     current.name_copy = copy_name(name ? name : "");
     RIB_filename = current.name_copy;
     current.line = RIB_lineno = 1;
@@ -556,8 +579,9 @@ void rib_input_refill() {
     if (!current.at_eof && current.stream && current.buffer) {
         current.buffer_len = compressed_read(current.input, current.buffer, READ_CHUNK);
     }
-    if (current.buffer_len <= 0) {
-        current.buffer_len = 0;
+    if (current.buffer_len < 0) current.buffer_len = 0;
+    if (current.buffer) current.buffer[current.buffer_len] = BUFFER_SENTINEL;
+    if (current.buffer_len == 0) {
         current.at_eof = 1;
         current.lookahead = END_OF_INPUT;
         return;
@@ -618,38 +642,49 @@ int end_of_input(RibTokenView* token) {
     return TOKEN_EOF;
 }
 
-// The common case in one pass over the buffer: blanks, then a number or an
-// identifier that ends inside the buffer. Returns the token's code, or 0
+// The common case in one pass over the buffer: blanks, then a number, an
+// identifier or a plain quoted string that ends inside the buffer. Returns the token's code, or 0
 // after consuming only the blanks (the general steps then go on from there).
-int scan_blanks_and_word(RibTokenView* token) {
-    const unsigned char* p = skip_blank_run(lookahead_at(), buffer_end());
-    const unsigned char* end = buffer_end();
-    if (p < end) {
-        const int c = *p;
-        const unsigned char* stop = nullptr;
-        int code = 0;
-        bool converted = false;
-        double value = 0.0;
-        if (is_digit(c) || c == '-' || c == '.') {
-            stop = number_end(p, end, &converted, &value);
-            code = TOKEN_NUMBER;
-        } else if (is_letter(c)) {
-            stop = identifier_end(p, end);
-            code = TOKEN_IDENTIFIER;
-        }
-        if (stop) {
-            in_place(token, code, p, stop);
-            token->decimal_converted = converted;
-            token->decimal_value = value;
-            consume_to(stop);
-            return code;
+// The buffer's bounds are read once: the stores into the token could
+// otherwise stand for stores into the reader state.
+inline int scan_blanks_and_word(RibTokenView* token) {
+    unsigned char* const buffer = current.buffer;
+    const unsigned char* const end = buffer + current.buffer_len;
+    const unsigned char* const start = buffer + current.buffer_pos - 1;
+    const unsigned char* p = skip_blank_run(start, end);
+    const int c = *p;  // the sentinel at the end
+    const unsigned char* stop = nullptr;
+    int code = 0;
+    if (is_digit(c) || c == '-' || c == '.') {
+        stop = number_end(p, end, token);
+        code = TOKEN_NUMBER;
+    } else if (is_letter(c)) {
+        stop = identifier_end(p, end);
+        code = TOKEN_IDENTIFIER;
+    } else if (c == '"' && p < end) {  // not the sentinel
+        // As scan_string: no escapes or line ends, closed before the last
+        // byte of the buffer (the closing quote is consumed too).
+        const unsigned char* close = p + 1;
+        while (!is_string_special(*close)) ++close;  // the sentinel is special
+        if (*close == '"' && close + 1 < end) {
+            in_place(token, TOKEN_STRING, p + 1, close);
+            current.lookahead = close[1];
+            current.buffer_pos = static_cast<int>(close + 1 - buffer) + 1;
+            return TOKEN_STRING;
         }
     }
-    if (p != lookahead_at()) consume_to(p);
+    if (stop) {
+        // stop lies inside the buffer, so the byte there is the lookahead.
+        current.lookahead = *stop;
+        current.buffer_pos = static_cast<int>(stop - buffer) + 1;
+        in_place(token, code, p, stop);
+        return code;
+    }
+    if (p != start) consume_to(p);
     return 0;
 }
 
-int take_pushback(RibTokenView* token) {
+__attribute__((noinline)) int take_pushback(RibTokenView* token) {
     if (current.pushback_view) {
         token->code = current.pushback_code;
         token->text = current.pushback_view;
@@ -680,9 +715,13 @@ bool input_exhausted() {
 
 }  // namespace
 
-int scan_RIB_token(RibTokenView* token) {
-    token->numeric = false;
-    token->decimal_converted = false;
+namespace {
+
+// Everything but the common case: a push-back, a binary float array under
+// way, the end of input, and the steps after blanks (comments, strings,
+// characters, binary forms, tokens across a refill). Kept out of line so
+// that the common case stays small.
+__attribute__((noinline)) int scan_token_general(RibTokenView* token) {
     if (current.pushback_full) return take_pushback(token);
     if (current.array_left > 0 || current.array_close) return next_array_token(token);
     if (current.at_eof) return end_of_input(token);
@@ -704,6 +743,20 @@ int scan_RIB_token(RibTokenView* token) {
         if (int code = classify_token(token)) return code;
         if (current.at_eof) return end_of_input(token);
     }
+}
+
+}  // namespace
+
+int scan_RIB_token(RibTokenView* token) {
+    token->numeric = false;
+    token->decimal_converted = false;
+    // The common case: a number or word after blanks, all in the buffer.
+    if (!current.pushback_full && current.array_left == 0 && !current.array_close &&
+        !current.at_eof && lookahead_in_buffer()) {
+        current.last_binary = 0;
+        if (int code = scan_blanks_and_word(token)) return code;
+    }
+    return scan_token_general(token);
 }
 
 void materialize_token(const RibTokenView& token, char* text) {

@@ -326,8 +326,11 @@ size_t declaration_cache_slot(const char* name, size_t length) {
 }  // namespace
 
 Declaration* find_declaration(const char* name) {
+    return find_declaration(name, name ? strlen(name) : 0);
+}
+
+Declaration* find_declaration(const char* name, size_t length) {
     if (name == nullptr || name[0] == '\0') return declaration_list.lookup(name);
-    const size_t length = strlen(name);
     Declaration*& cached = declaration_cache[declaration_cache_slot(name, length)];
     if (cached && strcmp(cached->name, name) == 0) return cached;
     Declaration* found = declaration_list.lookup(name);

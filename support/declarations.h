@@ -3,6 +3,8 @@
 #ifndef TRACERY_SUPPORT_DECLARATIONS_H
 #define TRACERY_SUPPORT_DECLARATIONS_H
 
+#include <cstddef>
+
 #include "ri/ri.h"
 #include "support/hashtable.h"
 
@@ -86,6 +88,8 @@ bool parse_inline_declaration_words(const char* text, ParsedDeclaration* parsed,
 // each time. Declarations are changed in place and never removed, so a found
 // record stays the answer for its name; names not declared are not kept.
 Declaration* find_declaration(const char* name);
+// The same for a name whose length (strlen) is known.
+Declaration* find_declaration(const char* name, size_t length);
 
 extern HashTable token_table;
 extern DeclarationList declaration_list;
