@@ -327,14 +327,27 @@ struct KeywordCacheEntry {
 };
 KeywordCacheEntry keyword_cache[256];
 
-REACTION* find_request_row(const char* word, size_t length) {
-    if (length == 0) return match_identifier(word);
+KeywordCacheEntry& keyword_cache_entry(const char* word, size_t length) {
     const auto first = static_cast<unsigned char>(word[0]);
     const auto last = static_cast<unsigned char>(word[length - 1]);
-    KeywordCacheEntry& entry = keyword_cache[(length * 31 + first * 7 + last) & 255];
+    return keyword_cache[(length * 31 + first * 7 + last) & 255];
+}
+
+// The row kept for the length bytes at word (not NUL-terminated), or null
+// when the cache has none: the word is then exactly the row's keyword.
+REACTION* cached_request_row(const char* word, size_t length) {
+    if (length == 0) return nullptr;
+    const KeywordCacheEntry& entry = keyword_cache_entry(word, length);
     if (entry.row && entry.length == length && memcmp(entry.keyword, word, length) == 0) {
         return entry.row;
     }
+    return nullptr;
+}
+
+REACTION* find_request_row(const char* word, size_t length) {
+    if (length == 0) return match_identifier(word);
+    if (REACTION* row = cached_request_row(word, length)) return row;
+    KeywordCacheEntry& entry = keyword_cache_entry(word, length);
     REACTION* row = match_identifier(word);
     // A word with a NUL inside (a binary string) matches by its text up to
     // the NUL and is not kept: the cache compares whole lengths.
@@ -350,10 +363,19 @@ void report_last_word(const char* word, size_t length, long frame) {
     if (drawing_on == 1 && (frame < 0 || frame_selected(frame))) dispatch_row(word, nullptr);
 }
 
-void select_and_dispatch(const char* word, size_t length, long* frame) {
+// The word is looked up where the scanner left it; only a word the cache
+// does not know is copied out (into text, RIB_TOKEN_MAX bytes) for the
+// keyword hash and the reports. A known one goes on as its row's keyword.
+void select_and_dispatch(const RibTokenView& view, char* text, long* frame) {
     rib_request_line = RIB_lineno;
+    const size_t length = static_cast<size_t>(view.length);
     // One keyword lookup serves both the frame counting and the dispatch.
-    REACTION* row = find_request_row(word, length);
+    REACTION* row = cached_request_row(view.text, length);
+    const char* word = row ? row->keyword : text;
+    if (!row) {
+        materialize_token(view, text);
+        row = find_request_row(text, length);
+    }
     bool frame_begin = row != nullptr && row == rxnFrameBegin;
     bool frame_end = row != nullptr && row == rxnFrameEnd;
     if (frame_begin) {
@@ -403,12 +425,12 @@ void read_requests(const char* searchpath) {
     do {
         RibTokenView view;
         int code = scan_RIB_token(&view);
-        if (code != TOKEN_EOF) materialize_token(view, token);
         // A word that meets the end of input may have been cut there and is
         // dropped; a token of the binary encoding is whole once its last byte
         // is read, so a binary file's last request is still carried out.
         if (code == TOKEN_EOF || (RIBparse_at_eof() && !RIBparse_token_was_binary())) {
             if (code == TOKEN_IDENTIFIER) {
+                materialize_token(view, token);
                 report_last_word(token, static_cast<size_t>(view.length), frame);
             }
             return;
@@ -422,7 +444,7 @@ void read_requests(const char* searchpath) {
                 structure_comment(searchpath);
                 break;
             case TOKEN_IDENTIFIER:
-                select_and_dispatch(token, static_cast<size_t>(view.length), &frame);
+                select_and_dispatch(view, token, &frame);
                 break;
             default:
                 report_stray(code);

@@ -643,7 +643,8 @@ int end_of_input(RibTokenView* token) {
 }
 
 // The common case in one pass over the buffer: blanks, then a number, an
-// identifier or a plain quoted string that ends inside the buffer. Returns the token's code, or 0
+// identifier or a plain quoted string that ends inside the buffer, or a
+// bracket. Returns the token's code, or 0
 // after consuming only the blanks (the general steps then go on from there).
 // The buffer's bounds are read once: the stores into the token could
 // otherwise stand for stores into the reader state.
@@ -661,6 +662,9 @@ inline int scan_blanks_and_word(RibTokenView* token) {
     } else if (is_letter(c)) {
         stop = identifier_end(p, end);
         code = TOKEN_IDENTIFIER;
+    } else if ((c == '[' || c == ']') && p < end) {
+        consume_to(p + 1);
+        return single_character(token, c);
     } else if (c == '"' && p < end) {  // not the sentinel
         // As scan_string: no escapes or line ends, closed before the last
         // byte of the buffer (the closing quote is consumed too).
@@ -807,11 +811,20 @@ void return_token_view(const RibTokenView& token) {
     const char* buffer = reinterpret_cast<const char*>(current.buffer);
     if (buffer && token.text >= buffer &&
         token.text + token.length <= buffer + current.buffer_len) {
-        RIBparse_return_token("", token.code);
-        if (current.pushback_full) {
-            current.pushback_view = token.text;
-            current.pushback_length = token.length;
+        // RIBparse_return_token("", code) with the text left where it lies.
+        current.pushback_numeric = 0;
+        current.pushback_view = nullptr;
+        if (input_exhausted() && !current.last_binary) {
+            current.pushback_full = 0;
+            current.pushback_text[0] = '\0';
+            current.pushback_code = TOKEN_EOF;
+            return;
         }
+        current.pushback_text[0] = '\0';
+        current.pushback_code = token.code;
+        current.pushback_full = 1;
+        current.pushback_view = token.text;
+        current.pushback_length = token.length;
         return;
     }
     char text[RIB_TOKEN_MAX];
