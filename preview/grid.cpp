@@ -4,6 +4,8 @@
 // triangle pairs.
 #include "preview/grid.h"
 
+#include <algorithm>
+#include <climits>
 #include <string>
 
 #include "driver/globals.h"
@@ -96,6 +98,30 @@ void dump_lattice(int nu, int nv, int mode) {
 
 }  // namespace
 
+// Whether every sink knows the box of the lattice's drawn points already
+// drawn: each of its lines lies in that box, so it can then be sent to none.
+// In a dense scene seen from afar (patch meshes of thousands of patches a
+// few pixels each) most lattices fall on pixels already drawn in their
+// colour, and making, fitting and culling their lines was most of the
+// window's time.
+bool X11VectorPreviewer::lattice_box_drawn(int nu, int nv) {
+    const size_t count = (size_t(nu) + 1) * (size_t(nv) + 1);
+    int x0 = INT_MAX, y0 = INT_MAX, x1 = INT_MIN, y1 = INT_MIN;
+    for (size_t k = 0; k < count; ++k) {
+        const RasterPoint& p = raster_points[k];
+        if (!p.drawn) continue;
+        x0 = std::min(x0, p.x);
+        y0 = std::min(y0, p.y);
+        x1 = std::max(x1, p.x);
+        y1 = std::max(y1, p.y);
+    }
+    if (x0 > x1) return false;
+    for (auto& sink : sinks_) {
+        if (!sink->box_drawn(x0, y0, x1, y1)) return false;
+    }
+    return true;
+}
+
 // A lattice larger than the grid cannot have been filled without writing past
 // it, so it is refused whole and reported.
 void X11VectorPreviewer::draw_object(int nu, int nv) {
@@ -111,6 +137,10 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
     keep_lattice(nu, nv);
     if (sinks_.empty()) return;
     project_lattice(nu, nv);
+    if (lattice_box_drawn(nu, nv)) {
+        for (auto& sink : sinks_) sink->object_end();
+        return;
+    }
     // Rows, then columns, cell by cell in lattice order.
     static RasterSegment lattice_segments[2 * GRID_CELLS_MAX * GRID_POINTS];
     RasterSegment* out = lattice_segments;

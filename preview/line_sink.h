@@ -15,6 +15,9 @@
 //   ("stroke" on the PostScript page); segments drawn straight through
 //   X11_draw_segment are stroked with the next object or the trailer. A
 //   lattice above GRID_CELLS_MAX cells either way is refused with a report.
+//   A lattice whose box of raster points every sink answers box_drawn for
+//   reaches the sinks as object_end alone: a sink answers true only when
+//   the lines would change nothing it makes.
 // - Dumps: under -dumprib / -dumptri draw_object prints the lattice instead
 //   of drawing it; polygon-like faces are printed with dump_polygon_fan or
 //   print_dump_polygon (preview/dump.h), whose text is the standard stream
@@ -60,6 +63,11 @@ class LineSink {
     virtual void segments(const RasterSegment* s, size_t count) {
         for (size_t k = 0; k < count; ++k) segment(s[k].x0, s[k].y0, s[k].x1, s[k].y1);
     }
+    // Whether every pixel of the box from (x0, y0) to (x1, y1), ends
+    // included, that lies in the picture is known drawn in the current
+    // colour, so that lines with both ends in the box would change nothing.
+    // A sink that cannot tell answers false.
+    virtual bool box_drawn(int /*x0*/, int /*y0*/, int /*x1*/, int /*y1*/) { return false; }
     // One grid object has been drawn (the PostScript page strokes here).
     virtual void object_end() {}
     // The drawing colour changes (RiColor while colours are in use).

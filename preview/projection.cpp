@@ -5,6 +5,7 @@
 // raster points the sinks take made from them.
 #include "preview/projection.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <type_traits>
@@ -234,6 +235,27 @@ void ScreenProjection::project_four(const float* const p[4], float* const out[4]
 
 #endif
 
+#ifdef __SSE2__
+// The last one to three points of a run, four lanes wide all the same (the
+// lanes past them repeat the last point and go to scratch), since a lattice
+// of 5 x 5 points would otherwise project one point in 25 the slow way.
+template <typename PointAt>
+void ScreenProjection::project_tail(size_t count, PointAt point_at, RasterPoint* raster) const {
+    using Point = decltype(point_at(size_t(0)));
+    constexpr bool in_place = !std::is_const_v<std::remove_pointer_t<Point>>;
+    float scratch[4][3];
+    Point four[4];
+    float* out[4];
+    for (size_t t = 0; t < 4; ++t) {
+        four[t] = point_at(t < count ? t : count - 1);
+        if constexpr (in_place) out[t] = t < count ? four[t] : scratch[t];
+    }
+    RasterPoint rasters[4];
+    project_four(four, in_place ? out : nullptr, raster ? rasters : nullptr);
+    if (raster != nullptr) std::copy(rasters, rasters + count, raster);
+}
+#endif
+
 // The one loop behind project_points, project_each and rasterize_points:
 // point_at(k) gives point k; writable points are projected in place, points
 // given read-only are left alone, and raster points go to raster when given.
@@ -251,6 +273,12 @@ void ScreenProjection::project_run(size_t count, PointAt point_at, RasterPoint* 
             } else {
                 project_four(four, nullptr, raster + k);
             }
+        }
+        if (k < count) {
+            project_tail(
+                count - k, [&](size_t t) { return point_at(k + t); },
+                raster ? raster + k : nullptr);
+            return;
         }
     }
 #endif

@@ -73,6 +73,8 @@ class ScreenProjection {
     // given.
     void project_four(const float* const p[4], float* const out[4], RasterPoint* raster) const;
     template <typename PointAt>
+    void project_tail(size_t count, PointAt point_at, RasterPoint* raster) const;
+    template <typename PointAt>
     void project_run(size_t count, PointAt point_at, RasterPoint* raster) const;
 
     bool valid_;  // false without a renderer: every point is rejected

@@ -56,3 +56,30 @@ void WindowCuller::forget() {
     listed_ = 0;
     all_marked_ = false;
 }
+
+// A row at a time, a word at a time: the box of a lattice spans few words.
+bool WindowCuller::box_drawn(int x0, int y0, int x1, int y1) const {
+    if (!short_known_) return false;
+    x0 = std::max(x0, 0);
+    y0 = std::max(y0, 0);
+    x1 = std::min(x1, width_ - 1);
+    y1 = std::min(y1, height_ - 1);
+    if (x0 > x1 || y0 > y1) return true;
+    const size_t first = size_t(x0) / 64, last = size_t(x1) / 64;
+    const uint64_t first_mask = ~uint64_t(0) << (x0 & 63);
+    const uint64_t last_mask = ~uint64_t(0) >> (63 - (x1 & 63));
+    for (int y = y0; y <= y1; ++y) {
+        const uint64_t* row = bits_.data() + size_t(y) * words_per_row_;
+        if (first == last) {
+            const uint64_t mask = first_mask & last_mask;
+            if ((row[first] & mask) != mask) return false;
+            continue;
+        }
+        if ((row[first] & first_mask) != first_mask) return false;
+        for (size_t w = first + 1; w < last; ++w) {
+            if (row[w] != ~uint64_t(0)) return false;
+        }
+        if ((row[last] & last_mask) != last_mask) return false;
+    }
+    return true;
+}

@@ -105,6 +105,10 @@ class WindowCuller {
     // points a line. Returns the end of the lines kept and moves points past
     // those added. Written with few branches on the outcome, which is as good
     // as random.
+    // Whether every pixel of the box from (x0, y0) to (x1, y1), ends
+    // included, that lies in the pixmap is known drawn since the last forget.
+    bool box_drawn(int x0, int y0, int x1, int y1) const;
+
     template <typename Line, typename Point>
     Line* cull(Line* first, Line* last, Point** points) {
         constexpr int REACH = ShortLinePatterns::REACH;

@@ -72,8 +72,26 @@ void pace_frame() {
 
 }  // namespace
 
+namespace {
+
+// The last renderer found to be a previewer: previewer() is asked for at
+// every primitive, and a cast each time was a measurable share of drawing
+// small patches. Only a previewer is remembered, and it is forgotten as it
+// is destroyed, so no other renderer made later at its address is taken for
+// it.
+Renderer* known_renderer = nullptr;
+X11VectorPreviewer* known_previewer = nullptr;
+
+}  // namespace
+
 X11VectorPreviewer* previewer() {
-    return dynamic_cast<X11VectorPreviewer*>(renderer);
+    if (renderer != nullptr && renderer == known_renderer) return known_previewer;
+    X11VectorPreviewer* p = dynamic_cast<X11VectorPreviewer*>(renderer);
+    if (p != nullptr) {
+        known_renderer = renderer;
+        known_previewer = p;
+    }
+    return p;
 }
 
 X11VectorPreviewer::X11VectorPreviewer() : display(nullptr), x_display_name(nullptr) {}
@@ -84,6 +102,10 @@ X11VectorPreviewer::~X11VectorPreviewer() {
     sinks_.clear();
     window_.reset();
     display = nullptr;
+    if (known_previewer == this) {
+        known_renderer = nullptr;
+        known_previewer = nullptr;
+    }
 }
 
 // In the interactive mode the window waits after the run, in the hands of

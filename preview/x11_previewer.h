@@ -90,6 +90,7 @@ class X11VectorPreviewer : public PreviewRenderer {
     RasterSegment queued_[SEGMENT_BATCH];
     size_t queued_count_ = 0;
 
+    bool lattice_box_drawn(int nu, int nv);
     void open_postscript();
     void prepare_pictures();
     void go_on_without_window();

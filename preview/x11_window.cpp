@@ -480,6 +480,15 @@ void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
     }
 }
 
+// The culler's bitmap knows the pixels of the short lines drawn in the
+// foreground since it last forgot; the colour asked about is the next
+// lines' colour, so a pending one is applied first.
+bool X11PixmapSink::box_drawn(int x0, int y0, int x1, int y1) {
+    if (!culling_) return false;
+    apply_color();
+    return culler_.box_drawn(x0, y0, x1, y1);
+}
+
 void X11PixmapSink::color(const float rgb[3]) {
     std::copy(rgb, rgb + 3, pending_color_);
     color_pending_ = true;

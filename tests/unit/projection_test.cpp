@@ -191,37 +191,41 @@ TEST_F(Projection, PointsProjectedTogetherEqualPointsProjectedAlone) {
         curxform = moved & 2 ? object : nullptr;
         renderer->near_clip = moved & 2 ? 0.5f : 0.0f;
         // The smallest step puts visible points beyond the raster limit.
-        for (float step : {PIXEL, 0.0031f, 1e-9f}) {
-            xstep = ystep = step;
-            const size_t count = points.size() / 3;
-            std::vector<float> together = points, alone = points;
-            std::vector<RasterPoint> raster_together(count), raster_each(count);
-            ScreenProjection().project_points(together.data(), count, raster_together.data());
-            // Found through pointers, in another order.
-            std::vector<float> scattered = points;
-            std::vector<float*> each;
-            for (size_t i = scattered.size(); i >= 3; i -= 3) each.push_back(&scattered[i - 3]);
-            ScreenProjection().project_each(each.data(), each.size(), raster_each.data());
-            // Raster points only, the points left alone.
-            std::vector<float> untouched = points;
-            std::vector<RasterPoint> raster_only(count);
-            ScreenProjection().rasterize_points(untouched.data(), count, raster_only.data());
-            ASSERT_EQ(memcmp(untouched.data(), points.data(), 4 * points.size()), 0);
-            ASSERT_EQ(memcmp(scattered.data(), together.data(), 4 * together.size()), 0);
-            for (size_t i = 0; i < alone.size(); i += 3) toscreen(&alone[i]);
-            for (size_t k = 0; k < count; ++k) {
-                ASSERT_EQ(memcmp(&together[3 * k], &alone[3 * k], 3 * sizeof(float)), 0)
-                    << "point " << k << " (" << points[3 * k] << ", " << points[3 * k + 1] << ", "
-                    << points[3 * k + 2] << ")";
-                const RasterPoint expected = raster_point(&alone[3 * k]);
-                for (const RasterPoint& r :
-                     {raster_together[k], raster_each[count - 1 - k], raster_only[k]}) {
-                    ASSERT_EQ(r.drawn, expected.drawn) << "point " << k;
-                    ASSERT_EQ(r.x, expected.x) << "point " << k;
-                    ASSERT_EQ(r.y, expected.y) << "point " << k;
+        // Runs cut short leave one, two and three points past the last four.
+        for (float step : {PIXEL, 0.0031f, 1e-9f})
+            for (size_t cut : {0, 1, 3}) {
+                xstep = ystep = step;
+                const size_t count = points.size() / 3 - cut;
+                std::vector<float> together = points, alone = points;
+                std::vector<RasterPoint> raster_together(count), raster_each(count);
+                ScreenProjection().project_points(together.data(), count, raster_together.data());
+                // Found through pointers, in another order.
+                std::vector<float> scattered = points;
+                std::vector<float*> each;
+                for (size_t i = count; i > 0; --i) each.push_back(&scattered[3 * (i - 1)]);
+                ScreenProjection().project_each(each.data(), each.size(), raster_each.data());
+                // Raster points only, the points left alone.
+                std::vector<float> untouched = points;
+                std::vector<RasterPoint> raster_only(count);
+                ScreenProjection().rasterize_points(untouched.data(), count, raster_only.data());
+                ASSERT_EQ(memcmp(untouched.data(), points.data(), 4 * points.size()), 0);
+                ASSERT_EQ(memcmp(scattered.data(), together.data(), 4 * together.size()), 0);
+                // Points past the run are not written.
+                ASSERT_EQ(memcmp(&together[3 * count], &points[3 * count], 12 * cut), 0);
+                for (size_t i = 0; i < alone.size(); i += 3) toscreen(&alone[i]);
+                for (size_t k = 0; k < count; ++k) {
+                    ASSERT_EQ(memcmp(&together[3 * k], &alone[3 * k], 3 * sizeof(float)), 0)
+                        << "point " << k << " (" << points[3 * k] << ", " << points[3 * k + 1]
+                        << ", " << points[3 * k + 2] << ")";
+                    const RasterPoint expected = raster_point(&alone[3 * k]);
+                    for (const RasterPoint& r :
+                         {raster_together[k], raster_each[count - 1 - k], raster_only[k]}) {
+                        ASSERT_EQ(r.drawn, expected.drawn) << "point " << k;
+                        ASSERT_EQ(r.x, expected.x) << "point " << k;
+                        ASSERT_EQ(r.y, expected.y) << "point " << k;
+                    }
                 }
             }
-        }
     }
     curxform = object;
 }

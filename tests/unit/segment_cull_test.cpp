@@ -100,6 +100,43 @@ TEST_F(CullerTest, ForgetClearsEveryPixelAfterManyMarks) {
     EXPECT_EQ(points.size(), 64u * 48u);
 }
 
+TEST_F(CullerTest, BoxDrawnOnlyWhenEveryPixelInsideThePixmapIs) {
+    // A pixmap three words wide, so that boxes cross the words' edges.
+    WindowCuller wide(150, 20, patterns);
+    std::vector<Line> rows;
+    for (short y = 2; y <= 9; ++y) {
+        for (short x = 60; x <= 140; x += 2) rows.push_back({x, y, short(x + 1), y});
+    }
+    std::vector<Pixel> room(rows.size() * ShortLinePatterns::MAX_PIXELS);
+    Pixel* end = room.data();
+    wide.cull(rows.data(), rows.data() + rows.size(), &end);
+    // Drawn: x 60..141, y 2..9.
+    EXPECT_TRUE(wide.box_drawn(60, 2, 141, 9));
+    EXPECT_TRUE(wide.box_drawn(63, 5, 64, 5));
+    EXPECT_TRUE(wide.box_drawn(127, 3, 128, 3));
+    EXPECT_FALSE(wide.box_drawn(59, 2, 141, 9));
+    EXPECT_FALSE(wide.box_drawn(60, 1, 141, 9));
+    EXPECT_FALSE(wide.box_drawn(60, 2, 142, 9));
+    EXPECT_FALSE(wide.box_drawn(60, 2, 141, 10));
+    // A pixel in the middle of a word taken away is missed.
+    WindowCuller holed(150, 20, patterns);
+    for (Line& row : rows) {
+        if (row.y1 == 6 && row.x1 == 100) row = {60, 2, 60, 2};
+    }
+    end = room.data();
+    holed.cull(rows.data(), rows.data() + rows.size(), &end);
+    EXPECT_FALSE(holed.box_drawn(60, 2, 141, 9));
+    EXPECT_TRUE(holed.box_drawn(102, 2, 141, 9));
+    // Pixels outside the pixmap do not count; nothing drawn inside is asked.
+    cull(std::vector<Line>(1, Line{0, 0, 1, 0}));
+    EXPECT_TRUE(culler.box_drawn(-5, -3, 1, 0));
+    EXPECT_TRUE(culler.box_drawn(70, 50, 90, 60));
+    culler.forget();
+    EXPECT_FALSE(culler.box_drawn(0, 0, 1, 0));
+    // An unknown server's culler knows no pixel.
+    EXPECT_FALSE(WindowCuller(64, 48, ShortLinePatterns()).box_drawn(70, 50, 90, 60));
+}
+
 TEST(WindowCullerUnknownServer, SendsEveryLineButRepeats) {
     ShortLinePatterns unknown;
     WindowCuller culler(64, 48, unknown);

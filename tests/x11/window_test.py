@@ -393,6 +393,13 @@ WorldBegin
 %sWorldEnd
 """ % (detail, body)
 
+def flat_patch(low, high):
+    """A flat bicubic patch over the square from (low, low) to (high, high)."""
+    steps = [low + (high - low) * k / 3 for k in range(4)]
+    return 'Patch "bicubic" "P" [%s]\n' % " ".join("%g %g 0" % (x, y) for y in steps
+                                                  for x in steps)
+
+
 # Each scene draws lines again (shared patch edges, seams, instances) and
 # short lines in plenty (high detail far away), some across a colour change.
 CULLING_SCENES = {
@@ -435,6 +442,16 @@ Disk 0 1 360
 Color [0 1 0]
 Disk 0 1 360
 """),
+    # Lattices of lines shorter than a pixel over pixels they drew before:
+    # the same patch again and one inside it draw nothing new; one reaching
+    # a pixel past them must still be drawn, and so must everything after a
+    # colour change.
+    "lattices_over_drawn_pixels": culling_scene(16, "".join(
+        ("Color [%s]\n" % colour if colour else "") + flat_patch(*square)
+        for colour, square in (("0.2 0.6 1", (-0.5, 0.5)), (None, (-0.5, 0.5)),
+                               (None, (-0.3, 0.3)), (None, (-0.5, 0.52)),
+                               ("1 0.2 0.2", (-0.3, 0.3)), ("1 0.2 0.2", (-0.2, 0.2)),
+                               (None, (-0.2, 0.32))))),
 }
 
 
