@@ -72,10 +72,19 @@ bool grow_buffer(T** buf, int* cap, int64_t new_cap, bool keep) {
     return true;
 }
 
+// Runs of numbers read at once: bulk(out, room) stores up to room values
+// of the numbers that come next and returns how many (none for integers).
+int bulk_floats(float* out, int room) {
+    return scan_RIB_floats(out, room);
+}
+int bulk_none(int*, int) {
+    return 0;
+}
+
 // Exactly n elements (at least one). The first token may open a bracket;
 // otherwise it is taken as the first element without a type check.
 template <typename T>
-int read_sized(int n, T* out, T (*convert)(const RibTokenView&)) {
+int read_sized(int n, T* out, T (*convert)(const RibTokenView&), int (*bulk)(T*, int)) {
     RibTokenView first;
     bool bracketed = scan_RIB_token(&first) == '[';
     if (bracketed) {
@@ -83,8 +92,9 @@ int read_sized(int n, T* out, T (*convert)(const RibTokenView&)) {
     } else {
         out[0] = convert(first);
     }
-    for (int i = 1; i < n; ++i) {
-        if (read_element(&out[i], convert) != 0) return -1;
+    for (int i = 1; i < n;) {
+        i += bulk(out + i, n - i);
+        if (i < n && read_element(&out[i++], convert) != 0) return -1;
     }
     RibTokenView closing;
     if (bracketed && scan_RIB_token(&closing) != ']') {
@@ -95,7 +105,8 @@ int read_sized(int n, T* out, T (*convert)(const RibTokenView&)) {
 }
 
 template <typename T>
-int read_sized_growable(int n, T** buf, int* cap, T (*convert)(const RibTokenView&)) {
+int read_sized_growable(int n, T** buf, int* cap, T (*convert)(const RibTokenView&),
+                        int (*bulk)(T*, int)) {
     if (n > RIB_VECTOR_MAX) {
         QuillError(RIE_LIMIT, RIE_ERROR, "Vector of %d values is too long", n);
         return -1;
@@ -104,15 +115,17 @@ int read_sized_growable(int n, T** buf, int* cap, T (*convert)(const RibTokenVie
     // contents are about to be overwritten, so they are not copied.
     int64_t new_cap = n < 64 ? 64 : std::min<int64_t>(2 * static_cast<int64_t>(n), RIB_VECTOR_MAX);
     if ((n >= *cap || !*buf) && !grow_buffer(buf, cap, new_cap, false)) return -1;
-    return read_sized(n, *buf, convert);
+    return read_sized(n, *buf, convert, bulk);
 }
 
 // As many elements as are given: a bracketed list, or a run of numbers that
 // ends at the first other token (pushed back). store(i, value) keeps element
 // i and returns false when there is no room; the list is still read to its
-// end, then reported.
-template <typename T, typename Store>
-int read_unsized(int* n, T (*convert)(const RibTokenView&), Store store) {
+// end, then reported. bulk(count) stores a run of the values that come next
+// from element count on, as far as there is room without growing, and
+// returns how many.
+template <typename T, typename Store, typename Bulk>
+int read_unsized(int* n, T (*convert)(const RibTokenView&), Store store, Bulk bulk) {
     int count = 0;
     bool overflow = false;
     auto append = [&](const RibTokenView& element) {
@@ -126,7 +139,11 @@ int read_unsized(int* n, T (*convert)(const RibTokenView&), Store store) {
     int code = scan_RIB_token(&token);
     bool bracketed = code == '[';
     if (!bracketed) append(token);
-    while ((code = scan_RIB_token(&token)) == TOKEN_NUMBER) append(token);
+    for (;;) {
+        if (!overflow) count += bulk(count);
+        if ((code = scan_RIB_token(&token)) != TOKEN_NUMBER) break;
+        append(token);
+    }
     *n = count;
     if (code == ']') {
         if (!bracketed) {
@@ -147,7 +164,8 @@ int read_unsized(int* n, T (*convert)(const RibTokenView&), Store store) {
 }
 
 template <typename T>
-int read_unsized_growable(int* n, T** buf, int* cap, T (*convert)(const RibTokenView&)) {
+int read_unsized_growable(int* n, T** buf, int* cap, T (*convert)(const RibTokenView&),
+                          int (*bulk)(T*, int)) {
     *n = 0;
     if ((*cap < 64 || !*buf) && !grow_buffer(buf, cap, 64, false)) return -1;
     auto store = [&](int i, T value) {
@@ -157,7 +175,8 @@ int read_unsized_growable(int* n, T** buf, int* cap, T (*convert)(const RibToken
         (*buf)[i] = value;
         return true;
     };
-    return read_unsized(n, convert, store);
+    auto bulk_into_buffer = [&](int i) { return bulk(*buf + i, *cap - i); };
+    return read_unsized(n, convert, store, bulk_into_buffer);
 }
 
 }  // namespace
@@ -186,23 +205,23 @@ int RIBparse_quoted_string(char* text) {
 }
 
 int RIBparse_ivector(int n, int** buf, int* cap) {
-    return read_sized_growable(n, buf, cap, int_of);
+    return read_sized_growable(n, buf, cap, int_of, bulk_none);
 }
 
 int RIBparse_fvector(int n, float** buf, int* cap) {
-    return read_sized_growable(n, buf, cap, float_of);
+    return read_sized_growable(n, buf, cap, float_of, bulk_floats);
 }
 
 int RIBparse_fvector(int n, float* out) {
-    return read_sized(n, out, float_of);
+    return read_sized(n, out, float_of, bulk_floats);
 }
 
 int RIBparse_unsized_ivector(int* n, int** buf, int* cap) {
-    return read_unsized_growable(n, buf, cap, int_of);
+    return read_unsized_growable(n, buf, cap, int_of, bulk_none);
 }
 
 int RIBparse_unsized_fvector(int* n, float** buf, int* cap) {
-    return read_unsized_growable(n, buf, cap, float_of);
+    return read_unsized_growable(n, buf, cap, float_of, bulk_floats);
 }
 
 int RIBparse_unsized_fvector(int* n, float* out, int max_count) {
@@ -212,7 +231,8 @@ int RIBparse_unsized_fvector(int* n, float* out, int max_count) {
         out[i] = value;
         return true;
     };
-    return read_unsized(n, float_of, store);
+    auto bulk = [&](int i) { return scan_RIB_floats(out + i, max_count - i); };
+    return read_unsized(n, float_of, store, bulk);
 }
 
 // Numbers are stored as 4-byte floats and strings with their NUL, one after

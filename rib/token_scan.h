@@ -62,6 +62,12 @@ inline int token_c_length(const RibTokenView& token) {
     return nul ? static_cast<int>(static_cast<const char*>(nul) - token.text) : token.length;
 }
 
+// Reads up to room numbers in a row as scan_RIB_token would read them and
+// stores the values token_atof gives into out; returns how many. It stops
+// before any other token and before a number it cannot take straight from
+// the read buffer, which scan_RIB_token then reads as usual.
+int scan_RIB_floats(float* out, int room);
+
 // Copies the token's text, NUL-terminated, into text (RIB_TOKEN_MAX bytes).
 void materialize_token(const RibTokenView& token, char* text);
 // Pushes the token back, with its exact value when it has one.

@@ -763,6 +763,42 @@ int scan_RIB_token(RibTokenView* token) {
     return scan_token_general(token);
 }
 
+// The fast path of scan_RIB_token, for a run of numbers: each number that
+// follows blanks and lies wholly in the buffer is consumed and converted as
+// token_atof would convert its token. Anything else is left unconsumed for
+// the token scanner (blanks before it may be consumed, with their lines).
+int scan_RIB_floats(float* out, int room) {
+    int count = 0;
+    while (count < room && !current.pushback_full && current.array_left == 0 &&
+           !current.array_close && !current.at_eof && lookahead_in_buffer()) {
+        unsigned char* const buffer = current.buffer;
+        const unsigned char* const end = buffer + current.buffer_len;
+        const unsigned char* const start = buffer + current.buffer_pos - 1;
+        const unsigned char* p = skip_blank_run(start, end);
+        const int c = *p;  // the sentinel at the end
+        RibTokenView token;
+        const unsigned char* stop = nullptr;
+        if (is_digit(c) || c == '-' || c == '.') stop = number_end(p, end, &token);
+        // A number too long for a token is left to be cut and reported.
+        if (stop == nullptr || stop - p > RIB_TOKEN_MAX - 1) {
+            if (p != start) consume_to(p);
+            break;
+        }
+        current.lookahead = *stop;
+        current.buffer_pos = static_cast<int>(stop - buffer) + 1;
+        current.last_binary = 0;
+        if (token.decimal_converted) {
+            out[count++] = static_cast<float>(token.decimal_value);
+        } else {
+            token.code = TOKEN_NUMBER;
+            token.text = reinterpret_cast<const char*>(p);
+            token.length = static_cast<int>(stop - p);
+            out[count++] = token_atof(token);
+        }
+    }
+    return count;
+}
+
 void materialize_token(const RibTokenView& token, char* text) {
     if (token.numeric) {
         // The shortest text that reads back as the same double.
