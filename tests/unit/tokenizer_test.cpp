@@ -355,9 +355,13 @@ TEST_F(TokenizerTest, UnsizedVectors) {
     EXPECT_EQ(RIBparse_unsized_fvector(&n, &floats, &capacity), -1);
     EXPECT_EQ(errors_.messages(), (Messages{"Extra ']'", "Missing ']'"}));
 
-    // Growth keeps the elements read so far.
+    // Growth keeps the elements read so far, those read in a run included.
     std::string many = "[";
     for (int i = 0; i < 300; ++i) many += std::to_string(i) + " ";
+    feed(many + "]");
+    EXPECT_EQ(RIBparse_unsized_fvector(&n, &floats, &capacity), 0);
+    ASSERT_EQ(n, 300);
+    for (int i = 0; i < 300; ++i) ASSERT_EQ(floats[i], float(i));
     feed(many + "]");
     int* ints = nullptr;
     int int_capacity = 0;
