@@ -321,6 +321,20 @@ void LineRaster::draw(int x0, int y0, int x1, int y1) {
     }
 }
 
+bool LineRaster::box_is_colour(long x0, long y0, long x1, long y1) const {
+    x0 = std::max(x0, 0L);
+    y0 = std::max(y0, 0L);
+    x1 = std::min(x1, long(width_) - 1);
+    y1 = std::min(y1, long(height_) - 1);
+    for (long y = y0; y <= y1; ++y) {
+        const uint32_t* row = rows_[y];
+        for (long x = x0; x <= x1; ++x) {
+            if (row[x] != colour_) return false;
+        }
+    }
+    return true;
+}
+
 const LineRaster::Stamp& LineRaster::stamp(int dx, int dy) {
     Stamp& s = stamps_[(dy + STAMP_REACH) * STAMP_SIDE + dx + STAMP_REACH];
     if (s.made) return s;

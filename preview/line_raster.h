@@ -32,8 +32,13 @@ class LineRaster {
     // The colour of the lines that follow, opaque; components held to 0..1
     // and made 8 bits wide as cairo makes them.
     void set_colour(const float rgb[3]);
-    // One segment; the coordinates may lie anywhere an int reaches.
+    // One segment; the coordinates may lie anywhere an int reaches. It
+    // touches no pixel more than one pixel beyond the box of its ends.
     void draw(int x0, int y0, int x1, int y1);
+    // Whether every pixel of the box from (x0, y0) to (x1, y1), ends
+    // included, that lies in the picture is of the colour: a line drawn over
+    // such pixels leaves them as they are.
+    bool box_is_colour(long x0, long y0, long x1, long y1) const;
 
     // The 8-bit byte cairo makes of a colour component (0..1).
     static uint32_t colour_byte(float component);

@@ -292,6 +292,17 @@ void PictureSink::start_overlay() {
                kind_word(kind_), t.name.c_str(), VECTOR_LINES_MAX);
 }
 
+// Lines drawn as pixels (a PNG picture, the image over a full page) change
+// nothing where every pixel they can touch, up to a pixel beyond the box,
+// already has their colour; lines on a vector page always add to it. With
+// no picture being drawn, lines are not drawn at all.
+bool PictureSink::box_drawn(int x0, int y0, int x1, int y1) {
+    const PictureTarget& t = *target_;
+    if (!t.drawing) return true;
+    if (kind_ != PictureKind::PNG && t.overlay.empty()) return false;
+    return t.raster.box_is_colour(long(x0) - 1, long(y0) - 1, long(x1) + 1, long(y1) + 1);
+}
+
 void PictureSink::end_stroke() {
     PictureTarget& t = *target_;
     if (t.cr && t.path_lines > 0) cairo_stroke(t.cr);

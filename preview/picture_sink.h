@@ -45,6 +45,7 @@ class PictureSink : public LineSink {
     void world_begin(int width, int height) override;
     void segment(int x0, int y0, int x1, int y1) override;
     void segments(const RasterSegment* s, size_t count) override;
+    bool box_drawn(int x0, int y0, int x1, int y1) override;
     void object_end() override;
     void color(const float rgb[3]) override;
     void world_end() override;

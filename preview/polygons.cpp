@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdarg>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "driver/globals.h"
@@ -37,31 +38,42 @@ void report_missing_positions() {
     RMError(RIE_MISSINGDATA, RIE_ERROR, "No \"P\" list found");
 }
 
-// Copies of gathered polygon vertices and the raster points of vertices,
-// kept from call to call; the caller's positions stay as given.
-struct ProjectionScratch {
-    std::vector<float> points;
-    std::vector<RasterPoint> raster;
+// Room for count values of a trivial type, kept from call to call: it only
+// grows, and is neither filled with zeros nor copied when it does, since the
+// caller writes every value it reads (a mesh of millions of vertices would
+// otherwise be cleared once and copied on the way).
+template <typename T>
+class ScratchRoom {
+  public:
+    T* room(size_t count) {
+        if (count > capacity_) {
+            values_.reset();
+            values_.reset(new T[count]);
+            capacity_ = count;
+        }
+        return values_.get();
+    }
+
+  private:
+    std::unique_ptr<T[]> values_;
+    size_t capacity_ = 0;
 };
 
-ProjectionScratch& projection_scratch() {
-    static ProjectionScratch scratch;
-    return scratch;
-}
-
 // The raster points of vertices 0..count-1 of P, or of the vertices
-// P[verts[k]] for k in 0..count-1 when verts is given.
+// P[verts[k]] for k in 0..count-1 when verts is given. The caller's
+// positions stay as given: gathered vertices are copied aside.
 const RasterPoint* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
-    ProjectionScratch& scratch = projection_scratch();
+    static ScratchRoom<float> gathered;
+    static ScratchRoom<RasterPoint> raster;
     if (verts != nullptr) {
-        scratch.points.resize(3 * count);
+        float* points = gathered.room(3 * count);
         for (size_t k = 0; k < count; ++k)
-            memcpy(&scratch.points[3 * k], P + 3 * size_t(verts[k]), 3 * sizeof(float));
-        P = scratch.points.data();
+            memcpy(points + 3 * k, P + 3 * size_t(verts[k]), 3 * sizeof(float));
+        P = points;
     }
-    scratch.raster.resize(count);
-    ScreenProjection().rasterize_points(P, count, scratch.raster.data());
-    return scratch.raster.data();
+    RasterPoint* out = raster.room(count);
+    ScreenProjection().rasterize_points(P, count, out);
+    return out;
 }
 
 // Draws the closed outline of n projected vertices, vertex k being

@@ -118,16 +118,32 @@ struct Lanes {
     __m128 x, y, z;
 };
 
-// One output coordinate of transform_point_by: ((x m0j + y m1j) + z m2j) + m3j.
-__m128 affine_coordinate(const float (*m)[4], int j, const Lanes& in) {
-    __m128 r =
-        _mm_add_ps(_mm_mul_ps(in.x, _mm_set1_ps(m[0][j])), _mm_mul_ps(in.y, _mm_set1_ps(m[1][j])));
-    r = _mm_add_ps(r, _mm_mul_ps(in.z, _mm_set1_ps(m[2][j])));
-    return _mm_add_ps(r, _mm_set1_ps(1.0f * m[3][j]));
+// A matrix of transform_point_by with each element it uses in all four
+// lanes, made once for a run of points rather than once for every four.
+struct MatrixLanes {
+    bool given = false;  // no matrix: the identity
+    __m128 m[4][3];
+};
+
+MatrixLanes matrix_lanes(const float (*m)[4]) {
+    MatrixLanes lanes;
+    if (m == nullptr) return lanes;
+    lanes.given = true;
+    for (int i = 0; i < 4; ++i) {
+        for (int j = 0; j < 3; ++j) lanes.m[i][j] = _mm_set1_ps(m[i][j]);
+    }
+    return lanes;
 }
 
-Lanes affine_lanes(const float (*m)[4], const Lanes& in) {
-    if (m == nullptr) return in;
+// One output coordinate of transform_point_by: ((x m0j + y m1j) + z m2j) + m3j.
+__m128 affine_coordinate(const MatrixLanes& m, int j, const Lanes& in) {
+    __m128 r = _mm_add_ps(_mm_mul_ps(in.x, m.m[0][j]), _mm_mul_ps(in.y, m.m[1][j]));
+    r = _mm_add_ps(r, _mm_mul_ps(in.z, m.m[2][j]));
+    return _mm_add_ps(r, m.m[3][j]);
+}
+
+Lanes affine_lanes(const MatrixLanes& m, const Lanes& in) {
+    if (!m.given) return in;
     return {affine_coordinate(m, 0, in), affine_coordinate(m, 1, in), affine_coordinate(m, 2, in)};
 }
 
@@ -189,33 +205,46 @@ void raster_four(__m128 x, __m128 y, __m128 visible, RasterPoint* raster) {
     }
 }
 
-}  // namespace
+// What projecting four points takes, each value in all four lanes.
+struct ProjectionLanes {
+    bool perspective;
+    MatrixLanes object, camera;
+    __m128 near_clip, far_clip, depth_floor, bound, negative_bound;
+    __m128 xstep, ystep, half_x, half_y;
+};
 
 // The depth floor is compared in single precision: no float lies in
 // [0.1, 0.1f), so z < 0.1 and z < 0.1f agree for every float z.
-void ScreenProjection::project_four(const float* const p[4], float* const out[4],
-                                    RasterPoint* raster) const {
-    const ScreenMapping& o = mapping_;
+ProjectionLanes projection_lanes(const ScreenMapping& o, const float (*object)[4],
+                                 const float (*camera)[4]) {
+    return {o.projection == 0,         matrix_lanes(object),
+            matrix_lanes(camera),      _mm_set1_ps(o.near_clip),
+            _mm_set1_ps(o.far_clip),   _mm_set1_ps(static_cast<float>(DEPTH_FLOOR)),
+            _mm_set1_ps(SCREEN_BOUND), _mm_set1_ps(-SCREEN_BOUND),
+            _mm_set1_ps(o.xstep),      _mm_set1_ps(o.ystep),
+            _mm_set1_ps(o.half_x),     _mm_set1_ps(o.half_y)};
+}
+
+// Four points at once: the projected points are written to out (which may
+// be p) and their raster points to raster, each when given.
+void project_four(const ProjectionLanes& o, const float* const p[4], float* const out[4],
+                  RasterPoint* raster) {
     const Lanes in = load_lanes(p);
-    const Lanes c = affine_lanes(camera_, affine_lanes(object_, in));
+    const Lanes c = affine_lanes(o.camera, affine_lanes(o.object, in));
     const __m128 z = c.z;
-    __m128 rejected = _mm_or_ps(_mm_cmplt_ps(z, _mm_set1_ps(o.near_clip)),
-                                _mm_cmpgt_ps(z, _mm_set1_ps(o.far_clip)));
-    rejected = _mm_or_ps(rejected, _mm_cmplt_ps(z, _mm_set1_ps(static_cast<float>(DEPTH_FLOOR))));
+    __m128 rejected = _mm_or_ps(_mm_cmplt_ps(z, o.near_clip), _mm_cmpgt_ps(z, o.far_clip));
+    rejected = _mm_or_ps(rejected, _mm_cmplt_ps(z, o.depth_floor));
     __m128 x = c.x, y = c.y;
-    if (o.projection == 0) {
+    if (o.perspective) {
         x = _mm_div_ps(x, z);
         y = _mm_div_ps(y, z);
     }
-    const __m128 bound = _mm_set1_ps(SCREEN_BOUND), negative_bound = _mm_set1_ps(-SCREEN_BOUND);
     rejected =
-        _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(x, bound), _mm_cmplt_ps(x, negative_bound)));
+        _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(x, o.bound), _mm_cmplt_ps(x, o.negative_bound)));
     rejected =
-        _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(y, bound), _mm_cmplt_ps(y, negative_bound)));
-    const __m128 rx =
-        _mm_add_ps(ceil_lanes(_mm_div_ps(x, _mm_set1_ps(o.xstep))), _mm_set1_ps(o.half_x));
-    const __m128 ry =
-        _mm_sub_ps(_mm_set1_ps(o.half_y), ceil_lanes(_mm_div_ps(y, _mm_set1_ps(o.ystep))));
+        _mm_or_ps(rejected, _mm_or_ps(_mm_cmpgt_ps(y, o.bound), _mm_cmplt_ps(y, o.negative_bound)));
+    const __m128 rx = _mm_add_ps(ceil_lanes(_mm_div_ps(x, o.xstep)), o.half_x);
+    const __m128 ry = _mm_sub_ps(o.half_y, ceil_lanes(_mm_div_ps(y, o.ystep)));
     const __m128 visible = _mm_andnot_ps(_mm_or_ps(rejected, _mm_cmpunord_ps(rx, ry)),
                                          _mm_castsi128_ps(_mm_set1_epi32(-1)));
     if (out != nullptr) {
@@ -233,14 +262,12 @@ void ScreenProjection::project_four(const float* const p[4], float* const out[4]
     if (raster != nullptr) raster_four(rx, ry, visible, raster);
 }
 
-#endif
-
-#ifdef __SSE2__
 // The last one to three points of a run, four lanes wide all the same (the
 // lanes past them repeat the last point and go to scratch), since a lattice
 // of 5 x 5 points would otherwise project one point in 25 the slow way.
 template <typename PointAt>
-void ScreenProjection::project_tail(size_t count, PointAt point_at, RasterPoint* raster) const {
+void project_tail(const ProjectionLanes& lanes, size_t count, PointAt point_at,
+                  RasterPoint* raster) {
     using Point = decltype(point_at(size_t(0)));
     constexpr bool in_place = !std::is_const_v<std::remove_pointer_t<Point>>;
     float scratch[4][3];
@@ -251,9 +278,12 @@ void ScreenProjection::project_tail(size_t count, PointAt point_at, RasterPoint*
         if constexpr (in_place) out[t] = t < count ? four[t] : scratch[t];
     }
     RasterPoint rasters[4];
-    project_four(four, in_place ? out : nullptr, raster ? rasters : nullptr);
+    project_four(lanes, four, in_place ? out : nullptr, raster ? rasters : nullptr);
     if (raster != nullptr) std::copy(rasters, rasters + count, raster);
 }
+
+}  // namespace
+
 #endif
 
 // The one loop behind project_points, project_each and rasterize_points:
@@ -265,21 +295,22 @@ void ScreenProjection::project_run(size_t count, PointAt point_at, RasterPoint* 
     constexpr bool in_place = !std::is_const_v<std::remove_pointer_t<Point>>;
     size_t k = 0;
 #ifdef __SSE2__
-    if (valid_) {
+    if (valid_ && count > 0) {
+        const ProjectionLanes lanes = projection_lanes(mapping_, object_, camera_);
         for (; k + 4 <= count; k += 4) {
             const Point four[4] = {point_at(k), point_at(k + 1), point_at(k + 2), point_at(k + 3)};
             if constexpr (in_place) {
-                project_four(four, four, raster ? raster + k : nullptr);
+                project_four(lanes, four, four, raster ? raster + k : nullptr);
             } else {
-                project_four(four, nullptr, raster + k);
+                project_four(lanes, four, nullptr, raster + k);
             }
         }
         if (k < count) {
             project_tail(
-                count - k, [&](size_t t) { return point_at(k + t); },
+                lanes, count - k, [&](size_t t) { return point_at(k + t); },
                 raster ? raster + k : nullptr);
-            return;
         }
+        return;
     }
 #endif
     for (; k < count; ++k) {

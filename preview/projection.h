@@ -68,12 +68,6 @@ class ScreenProjection {
     void rasterize_points(const float* points, size_t count, RasterPoint* raster) const;
 
   private:
-    // Four points at once (SSE2 only): the projected points are written to
-    // out (which may be p) and their raster points to raster, each when
-    // given.
-    void project_four(const float* const p[4], float* const out[4], RasterPoint* raster) const;
-    template <typename PointAt>
-    void project_tail(size_t count, PointAt point_at, RasterPoint* raster) const;
     template <typename PointAt>
     void project_run(size_t count, PointAt point_at, RasterPoint* raster) const;
 

@@ -8,6 +8,7 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -99,11 +100,36 @@ TEST(LineRaster, CoverageIsTheRectanglesAreaInEachPixel) {
                 ASSERT_LE(std::abs(got - want), exact ? 0 : 4)
                     << "segment " << x0 << "," << y0 << " " << x1 << "," << y1 << " pixel " << x
                     << "," << y;
+                // Nothing beyond a pixel past the box of the ends is touched:
+                // a lattice inside a box of pixels of its colour is left out.
+                if (x < std::min(x0, x1) - 1 || x > std::max(x0, x1) + 1 ||
+                    y < std::min(y0, y1) - 1 || y > std::max(y0, y1) + 1) {
+                    ASSERT_EQ(got, 0) << "segment " << x0 << "," << y0 << " " << x1 << "," << y1
+                                      << " pixel " << x << "," << y;
+                }
                 checked += want > 0;
             }
         }
     }
     EXPECT_GT(checked, 10000);
+}
+
+TEST(LineRaster, BoxIsColourOnlyWhenEveryPixelInsideThePictureIs) {
+    constexpr int W = 20, H = 10;
+    const float red[3] = {1, 0, 0}, blue[3] = {0, 0, 1};
+    std::vector<uint32_t> pixels(W * H, 0);
+    LineRaster raster;
+    raster.attach(pixels.data(), W, H, W);
+    raster.set_colour(red);
+    for (int y = 2; y <= 6; ++y) {
+        for (int x = 3; x <= 12; ++x) raster.draw(x, y, x, y);
+    }
+    EXPECT_TRUE(raster.box_is_colour(3, 2, 12, 6));
+    EXPECT_FALSE(raster.box_is_colour(2, 2, 12, 6));
+    EXPECT_FALSE(raster.box_is_colour(3, 2, 12, 7));
+    EXPECT_TRUE(raster.box_is_colour(40, 2, 50, 6));  // no pixel of it in the picture
+    raster.set_colour(blue);
+    EXPECT_FALSE(raster.box_is_colour(3, 2, 12, 6));
 }
 
 // cairo composites the colour through a mask of each coverage onto each of a

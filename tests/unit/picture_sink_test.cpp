@@ -101,6 +101,22 @@ TEST_F(PictureSinkTest, PngHasTheLinesOnTheBackground) {
     EXPECT_TRUE(is_colour(png.at(19, 5), 0, 0, 255));
 }
 
+// A line covers pixels up to one beyond the box of its ends, so a box is
+// drawn only when those pixels too have the colour; a vector page always
+// takes its lines.
+TEST_F(PictureSinkTest, BoxDrawnTakesThePixelsALineCanReach) {
+    PictureSink png(PictureKind::PNG, path("box.png").c_str(), red_, blue_);
+    png.world_begin(20, 10);
+    for (int y = 2; y <= 7; ++y) png.segment(4, y, 14, y);
+    EXPECT_TRUE(png.box_drawn(5, 3, 13, 6));
+    EXPECT_FALSE(png.box_drawn(4, 2, 14, 7));  // its own pixels are red, not those around
+    png.color(blue_);
+    EXPECT_FALSE(png.box_drawn(5, 3, 13, 6));
+    PictureSink svg(PictureKind::SVG, path("box.svg").c_str(), red_, blue_);
+    svg.world_begin(20, 10);
+    EXPECT_FALSE(svg.box_drawn(-100, -100, -90, -90));
+}
+
 TEST_F(PictureSinkTest, ColourChangesLastAcrossWorldBlocks) {
     const float green[3] = {0, 1, 0};
     PictureSink sink(PictureKind::PNG, path("c%d.png").c_str(), red_, blue_);
