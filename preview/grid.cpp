@@ -4,8 +4,6 @@
 // triangle pairs.
 #include "preview/grid.h"
 
-#include <algorithm>
-#include <climits>
 #include <string>
 
 #include "driver/globals.h"
@@ -106,20 +104,9 @@ void dump_lattice(int nu, int nv, int mode) {
 // window's time.
 bool X11VectorPreviewer::lattice_box_drawn(int nu, int nv) {
     const size_t count = (size_t(nu) + 1) * (size_t(nv) + 1);
-    int x0 = INT_MAX, y0 = INT_MAX, x1 = INT_MIN, y1 = INT_MIN;
-    for (size_t k = 0; k < count; ++k) {
-        const RasterPoint& p = raster_points[k];
-        if (!p.drawn) continue;
-        x0 = std::min(x0, p.x);
-        y0 = std::min(y0, p.y);
-        x1 = std::max(x1, p.x);
-        y1 = std::max(y1, p.y);
-    }
-    if (x0 > x1) return false;
-    for (auto& sink : sinks_) {
-        if (!sink->box_drawn(x0, y0, x1, y1)) return false;
-    }
-    return true;
+    RasterBox box;
+    for (size_t k = 0; k < count; ++k) box.add(raster_points[k]);
+    return box_drawn(box);
 }
 
 // A lattice larger than the grid cannot have been filled without writing past

@@ -295,7 +295,8 @@ void PictureSink::start_overlay() {
 // Lines drawn as pixels (a PNG picture, the image over a full page) change
 // nothing where every pixel they can touch, up to a pixel beyond the box,
 // already has their colour; lines on a vector page always add to it. With
-// no picture being drawn, lines are not drawn at all.
+// no picture being drawn, lines are not drawn at all. A lattice left out is
+// a stroke of its own, so no other line's repeat is caught otherwise for it.
 bool PictureSink::box_drawn(int x0, int y0, int x1, int y1) {
     const PictureTarget& t = *target_;
     if (!t.drawing) return true;

@@ -3,13 +3,30 @@
 #ifndef TRACERY_PREVIEW_PROJECTION_H
 #define TRACERY_PREVIEW_PROJECTION_H
 
+#include <algorithm>
 #include <cstddef>
+#include <limits>
 
 // A projected point as the sinks take it: raster coordinates truncated
 // toward zero, and whether segments to it are drawn at all.
 struct RasterPoint {
     int x, y;
     bool drawn;
+};
+
+// The box of the drawn points among some raster points: every segment
+// between two of them lies in it.
+struct RasterBox {
+    static constexpr int FAR_END = std::numeric_limits<int>::max();
+    int x0 = FAR_END, y0 = FAR_END, x1 = -FAR_END, y1 = -FAR_END;
+    void add(const RasterPoint& p) {
+        if (!p.drawn) return;
+        x0 = std::min(x0, p.x);
+        y0 = std::min(y0, p.y);
+        x1 = std::max(x1, p.x);
+        y1 = std::max(y1, p.y);
+    }
+    bool empty() const { return x0 > x1; }
 };
 
 // The raster point of a projected point. It is not drawn when the point is

@@ -244,6 +244,14 @@ void X11VectorPreviewer::send_queued_segments() {
     send_segments(queued_, count);
 }
 
+bool X11VectorPreviewer::box_drawn(const RasterBox& box) {
+    if (box.empty() || sinks_.empty()) return false;
+    for (auto& sink : sinks_) {
+        if (!sink->box_drawn(box.x0, box.y0, box.x1, box.y1)) return false;
+    }
+    return true;
+}
+
 void X11VectorPreviewer::send_segments(const RasterSegment* s, size_t count) {
     if (count == 0) return;
     for (auto& sink : sinks_) sink->segments(s, count);

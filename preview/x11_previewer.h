@@ -54,6 +54,12 @@ class X11VectorPreviewer : public PreviewRenderer {
     // Hands segments to every sink at once (none may be queued).
     void send_segments(const RasterSegment* s, size_t count);
 
+    // Whether every sink knows each pixel of the box drawn in the colour in
+    // force (LineSink::box_drawn), so that segments between points in it
+    // would change nothing any sink makes: a drawer may leave them out.
+    // Never for an empty box or without sinks.
+    bool box_drawn(const RasterBox& box);
+
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);
