@@ -818,17 +818,27 @@ int read_RIB_token(char* text) {
     return code;
 }
 
-// At end of input the pushed-back token is dropped, as a word cut by the
-// end is; a binary token is whole there and is kept.
-int RIBparse_return_token(const char* text, int code) {
+namespace {
+
+// Clears the pushed-back token for another; false when the token is dropped
+// instead: at end of input, as a word cut by the end is (a binary token is
+// whole there and is kept).
+bool begin_pushback() {
     current.pushback_numeric = 0;
     current.pushback_view = nullptr;
     if (input_exhausted() && !current.last_binary) {
         current.pushback_full = 0;
         current.pushback_text[0] = '\0';
         current.pushback_code = TOKEN_EOF;
-        return 0;
+        return false;
     }
+    return true;
+}
+
+}  // namespace
+
+int RIBparse_return_token(const char* text, int code) {
+    if (!begin_pushback()) return 0;
     size_t length = strnlen(text, RIB_TOKEN_MAX - 1);
     memcpy(current.pushback_text, text, length);
     current.pushback_text[length] = '\0';
@@ -848,14 +858,7 @@ void return_token_view(const RibTokenView& token) {
     if (buffer && token.text >= buffer &&
         token.text + token.length <= buffer + current.buffer_len) {
         // RIBparse_return_token("", code) with the text left where it lies.
-        current.pushback_numeric = 0;
-        current.pushback_view = nullptr;
-        if (input_exhausted() && !current.last_binary) {
-            current.pushback_full = 0;
-            current.pushback_text[0] = '\0';
-            current.pushback_code = TOKEN_EOF;
-            return;
-        }
+        if (!begin_pushback()) return;
         current.pushback_text[0] = '\0';
         current.pushback_code = token.code;
         current.pushback_full = 1;
