@@ -70,10 +70,6 @@ void pace_frame() {
     drawing_on = next_frame_time + frame_period / 2 < now ? 0 : 1;
 }
 
-}  // namespace
-
-namespace {
-
 // The last renderer found to be a previewer: previewer() is asked for at
 // every primitive, and a cast each time was a measurable share of drawing
 // small patches. Only a previewer is remembered, and it is forgotten as it
