@@ -113,6 +113,12 @@ inline int next_byte() {
 inline bool lookahead_in_buffer() {
     return current.buffer_pos > 0;
 }
+// Whether the next token may be scanned where it lies in the read buffer:
+// nothing pushed back, no binary float array under way, input not ended.
+inline bool in_place_scan_open() {
+    return !current.pushback_full && current.array_left == 0 && !current.array_close &&
+           !current.at_eof && lookahead_in_buffer();
+}
 inline const unsigned char* lookahead_at() {
     return current.buffer + current.buffer_pos - 1;
 }
@@ -755,8 +761,7 @@ int scan_RIB_token(RibTokenView* token) {
     token->numeric = false;
     token->decimal_converted = false;
     // The common case: a number or word after blanks, all in the buffer.
-    if (!current.pushback_full && current.array_left == 0 && !current.array_close &&
-        !current.at_eof && lookahead_in_buffer()) {
+    if (in_place_scan_open()) {
         current.last_binary = 0;
         if (int code = scan_blanks_and_word(token)) return code;
     }
@@ -769,8 +774,7 @@ int scan_RIB_token(RibTokenView* token) {
 // the token scanner (blanks before it may be consumed, with their lines).
 int scan_RIB_floats(float* out, int room) {
     int count = 0;
-    while (count < room && !current.pushback_full && current.array_left == 0 &&
-           !current.array_close && !current.at_eof && lookahead_in_buffer()) {
+    while (count < room && in_place_scan_open()) {
         unsigned char* const buffer = current.buffer;
         const unsigned char* const end = buffer + current.buffer_len;
         const unsigned char* const start = buffer + current.buffer_pos - 1;
