@@ -109,6 +109,18 @@ bool X11VectorPreviewer::lattice_box_drawn(int nu, int nv) {
     return box_drawn(box);
 }
 
+bool X11VectorPreviewer::lattices_only_drawn() const {
+    return dump_diced_rib == DUMP_NONE && !keeping_geometry() && !sinks_.empty();
+}
+
+bool X11VectorPreviewer::lattices_known_drawn(const RasterBox& box, size_t count) {
+    if (!lattices_only_drawn() || !box_drawn(box)) return false;
+    for (size_t k = 0; k < count; ++k) {
+        for (auto& sink : sinks_) sink->object_end();
+    }
+    return true;
+}
+
 // A lattice larger than the grid cannot have been filled without writing past
 // it, so it is refused whole and reported.
 void X11VectorPreviewer::draw_object(int nu, int nv) {

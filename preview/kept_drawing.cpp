@@ -17,8 +17,6 @@ namespace {
 
 // Half the length of each arm of a point's cross, as the drawing makes it.
 constexpr int CROSS_ARM = 2;
-// Nothing nearer to the eye than this is drawn (as the projection says).
-constexpr double DEPTH_FLOOR = 0.1;
 // Cut segments are held to this square of raster pixels: far beyond any
 // window, well inside an int.
 constexpr double RASTER_GUARD = double(1 << 24);

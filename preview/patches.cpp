@@ -10,14 +10,21 @@
 // grid holds. A mesh is broken into single patches, each drawn by RiPatch.
 #include "preview/patches.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdarg>
 #include <cstring>
+#include <new>
+#include <optional>
+#include <vector>
 
 #ifdef __SSE2__
 #include <xmmintrin.h>
 #endif
 
+#include "preview/control_hull.h"
 #include "preview/lattice.h"
+#include "preview/x11_previewer.h"
 #include "preview/variadic_forms.h"
 #include "ri/attributes.h"
 #include "ri/renderer.h"
@@ -376,13 +383,123 @@ void gather_patch(const float* values, int stride, const MeshDirection& u, const
     }
 }
 
+// ---- Patches known drawn before they are made ----
+
+// A blend of four terms in single precision is within a little over 4 unit
+// roundoffs of the sum of its terms' magnitudes; a lattice point is a blend
+// of blends.
+constexpr double BLEND_ROUNDINGS = 10.0;
+// A basis whose lattice points stray further than this from the hull of
+// their control points (one with negative weights, as Catmull-Rom's) gives
+// boxes too loose to help, and is not tried.
+constexpr double HULL_EXCESS_MAX = 1e-4;
+// Larger meshes are drawn patch by patch without asking: the extents of
+// all control points are held at once.
+constexpr size_t HULL_POINTS_MAX = size_t(1) << 16;
+
+double blend_hull_excess(const BasisWeights& u, const BasisWeights& v, int n) {
+    double excess = 0.0;
+    for (int j = 0; j <= n; ++j) {
+        for (int i = 0; i <= n; ++i) {
+            double positive = 0.0, negative = 0.0;
+            for (int r = 0; r < 4; ++r) {
+                for (int c = 0; c < 4; ++c) {
+                    const double w = double(v.weights[j][r]) * double(u.weights[i][c]);
+                    (w < 0.0 ? negative : positive) += std::fabs(w);
+                }
+            }
+            const double sum = positive + negative;
+            excess = std::max(
+                excess, std::fabs(positive - 1.0) + negative + BLEND_ROUNDINGS * FLOAT_UNIT * sum);
+        }
+    }
+    return excess;
+}
+
+// The control points of a "P" bicubic mesh projected once, so that the
+// whole mesh, and then each of its patches, can be asked whether the box of
+// its control points' hull (ControlHull) is already drawn before any
+// lattice is made. For each row of patches the extents of its four control
+// rows are folded into one extent per control column, which the patches of
+// that row share.
+class MeshHull {
+  public:
+    // Prepares for a mesh; whether its patches can be asked at all.
+    bool start(PatchPositions p, const MeshDirection& u, const MeshDirection& v,
+               const GState& state, int n) {
+        hull_.reset();
+        X11VectorPreviewer* drawer = previewer();
+        const size_t count = size_t(u.points) * size_t(v.points);
+        if (p.kind != POSITION_P || u.order != 4 || v.order != 4 || drawer == nullptr ||
+            !drawer->lattices_only_drawn() || count > HULL_POINTS_MAX) {
+            return false;
+        }
+        const double excess = bicubic_hull_excess(state.ubasis, state.vbasis, n);
+        if (!(excess <= HULL_EXCESS_MAX)) return false;
+        u_ = u;
+        v_ = v;
+        try {
+            points_.resize(count);
+            columns_.resize(size_t(u.points));
+        } catch (const std::bad_alloc&) {
+            return false;  // the patches are drawn as they come
+        }
+        hull_.emplace(ScreenProjection(), excess);
+        whole_ = hull_->extents(p.values, count, points_.data());
+        return true;
+    }
+
+    // Whether every patch of the mesh is known drawn; when so the drawer
+    // has ended each as an object.
+    bool all_known_drawn() const {
+        RasterBox box;
+        return hull_->raster_box(whole_, &box) &&
+               previewer()->lattices_known_drawn(box, size_t(u_.patches) * size_t(v_.patches));
+    }
+
+    // Makes the column extents of patch row pv.
+    void fold_band(int pv) {
+        for (auto& column : columns_) column = ControlHull::Extent();
+        for (int r = 0; r < 4; ++r) {
+            const size_t row = size_t(wrapped(pv * v_.step + r, v_.points));
+            const ControlHull::Extent* point = points_.data() + row * size_t(u_.points);
+            for (auto& column : columns_) column.add(*point++);
+        }
+    }
+
+    // Whether patch pu of the row folded last is known drawn; when so the
+    // drawer has ended it as an object.
+    bool patch_known_drawn(int pu) const {
+        ControlHull::Extent extent;
+        for (int c = 0; c < 4; ++c) {
+            extent.add(columns_[size_t(wrapped(pu * u_.step + c, u_.points))]);
+        }
+        RasterBox box;
+        return hull_->raster_box(extent, &box) && previewer()->lattices_known_drawn(box, 1);
+    }
+
+  private:
+    MeshDirection u_{}, v_{};
+    std::optional<ControlHull> hull_;
+    std::vector<ControlHull::Extent> points_, columns_;
+    ControlHull::Extent whole_;
+};
+
 void draw_mesh_patches(RtToken type, RtToken position_token, PatchPositions p,
                        const MeshDirection& u, const MeshDirection& v) {
     float points[16 * 4];
     const int stride = position_floats(p.kind);
     const int saved_motion = motion_level;
+    const GState* state = renderer != nullptr ? renderer->gstate : nullptr;
+    // Kept from mesh to mesh, with the room it has made.
+    static MeshHull mesh_hull;
+    const bool hull = !is_bilinear(type) && state != nullptr &&
+                      mesh_hull.start(p, u, v, *state, cells_for_relative_detail(4.0f));
+    if (hull && mesh_hull.all_known_drawn()) return;
     for (int pv = 0; pv < v.patches; ++pv) {
+        if (hull) mesh_hull.fold_band(pv);
         for (int pu = 0; pu < u.patches; ++pu) {
+            if (hull && mesh_hull.patch_known_drawn(pu)) continue;
             gather_patch(p.values, stride, u, v, pu, pv, points);
             mesh_place = {pu, u.patches, pv, v.patches};
             motion_level = 0;
@@ -394,6 +511,13 @@ void draw_mesh_patches(RtToken type, RtToken position_token, PatchPositions p,
 }
 
 }  // namespace
+
+// Weights that are negative or do not sum to exactly 1, and the rounding of
+// the two blends (rows, then columns).
+double bicubic_hull_excess(const float ubasis[4][4], const float vbasis[4][4], int n) {
+    return blend_hull_excess(basis_weights(&u_weights, ubasis, n),
+                             basis_weights(&v_weights, vbasis, n), n);
+}
 
 RtVoid RiPatchMeshV(RtToken type, RtInt nu, RtToken uwrap, RtInt nv, RtToken vwrap, RtInt n,
                     RtToken tokens[], RtPointer params[]) {

@@ -38,4 +38,9 @@ void fill_bilinear_patch(PatchPositions p);
 void fill_bicubic_patch(PatchPositions p, const float ubasis[4][4], const float vbasis[4][4],
                         int ustep, int vstep, int n);
 
+// How far, in each coordinate and in units of the largest control
+// coordinate, a lattice point made by fill_bicubic_patch with these bases
+// and n cells may lie from the convex hull of its sixteen control points.
+double bicubic_hull_excess(const float ubasis[4][4], const float vbasis[4][4], int n);
+
 #endif  // TRACERY_PREVIEW_PATCHES_H

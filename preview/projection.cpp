@@ -21,9 +21,6 @@
 
 namespace {
 
-// Nothing nearer to the eye than this is drawn, whatever the clipping
-// distances say and under either projection.
-constexpr double DEPTH_FLOOR = 0.1;
 // Screen-plane coordinates beyond this are not drawn; it keeps raster
 // coordinates far from integer overflow.
 constexpr float SCREEN_BOUND = 10.0f;

@@ -41,6 +41,10 @@ inline RasterPoint raster_point(const float* p) {
     return {static_cast<int>(p[0]), static_cast<int>(p[1]), true};
 }
 
+// Nothing nearer to the eye than this is drawn, whatever the clipping
+// distances say and under either projection.
+constexpr double DEPTH_FLOOR = 0.1;
+
 // What the projection reads from the option record of a world block: the
 // projection (0 perspective, anything else orthographic), the clipping
 // distances, the screen-plane size of a pixel and the raster centre.
@@ -83,6 +87,13 @@ class ScreenProjection {
     // The raster points of count points stored one after another, the
     // points themselves left as they are.
     void rasterize_points(const float* points, size_t count, RasterPoint* raster) const;
+
+    // What the projection carries points through: false without a renderer;
+    // the object and camera matrices (null: the identity) and the mapping.
+    bool valid() const { return valid_; }
+    const float (*object_matrix() const)[4] { return object_; }
+    const float (*camera_matrix() const)[4] { return camera_; }
+    const ScreenMapping& mapping() const { return mapping_; }
 
   private:
     template <typename PointAt>

@@ -20,8 +20,6 @@ constexpr int TRANSLATION = 1;  // the kind of make_xform_matrix
 constexpr double ZOOM_FACTOR = 0.9;
 // Room left around a framed box, as a share of the raster.
 constexpr double FRAME_FILL = 0.95;
-// Nothing nearer to the eye than this is drawn.
-constexpr double DEPTH_FLOOR = 0.1;
 
 // Inverse of the 3 by 3 linear part; false when it is singular.
 bool invert_linear(const Affine m, double inv[3][3]) {

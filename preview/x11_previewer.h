@@ -60,6 +60,14 @@ class X11VectorPreviewer : public PreviewRenderer {
     // Never for an empty box or without sinks.
     bool box_drawn(const RasterBox& box);
 
+    // Whether count lattices whose raster points all lie in the box may be
+    // left out before they are even made: lattices only reach sinks (none is
+    // dumped or kept) and every sink knows the box drawn. When so, the sinks
+    // are told count objects ended, as for lattices drawn.
+    bool lattices_known_drawn(const RasterBox& box, size_t count);
+    // Whether lattices_known_drawn can ever say yes: lattices reach sinks alone.
+    bool lattices_only_drawn() const;
+
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows
     // 0..nv and columns 0..nu; refuses nu or nv outside 0..GRID_CELLS_MAX.
     void draw_object(int nu, int nv);

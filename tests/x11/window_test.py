@@ -400,6 +400,29 @@ def flat_patch(low, high):
                                                   for x in steps)
 
 
+def wavy_mesh(nu, nv, wrap_v, scale=1.0, shift=(0.0, 0.0, 0.0)):
+    """A PatchMesh of nu by nv control points over a wavy sheet about the
+    origin, its rows wrapping round when wrap_v."""
+    points = []
+    for j in range(nv):
+        for i in range(nu):
+            x = (i / (nu - 1) - 0.5) * 2.4 * scale + shift[0]
+            y = (j / (nv - 1) - 0.5) * 1.8 * scale + shift[1]
+            z = 0.3 * math.sin(3 * x) * math.cos(2 * y) + shift[2]
+            points.append("%.5f %.5f %.5f" % (x, y, z))
+    return 'PatchMesh "bicubic" %d "nonperiodic" %d "%s" "P" [%s]\n' % (
+        nu, nv, "periodic" if wrap_v else "nonperiodic", " ".join(points))
+
+
+def flat_bezier_mesh(low, high, patches=2):
+    """A flat mesh of patches by patches Bezier patches (step 3) over the
+    square from (low, low) to (high, high)."""
+    side = 3 * patches + 1
+    steps = [low + (high - low) * k / (side - 1) for k in range(side)]
+    return 'PatchMesh "bicubic" %d "nonperiodic" %d "nonperiodic" "P" [%s]\n' % (
+        side, side, " ".join("%g %g 0" % (x, y) for y in steps for x in steps))
+
+
 # Each scene draws lines again (shared patch edges, seams, instances) and
 # short lines in plenty (high detail far away), some across a colour change.
 CULLING_SCENES = {
@@ -452,6 +475,25 @@ Disk 0 1 360
                                (None, (-0.3, 0.3)), (None, (-0.5, 0.52)),
                                ("1 0.2 0.2", (-0.3, 0.3)), ("1 0.2 0.2", (-0.2, 0.2)),
                                (None, (-0.2, 0.32))))),
+    # Patch meshes over pixels they drew before, left out whole or patch by
+    # patch from their control points alone: the same mesh again, a smaller
+    # one inside it, one a little larger (must be drawn), Bezier steps (flat
+    # meshes in a colour of their own, whose control points' box is their
+    # lines' own, the last reaching one pixel past the square drawn), a
+    # basis with negative weights (never left out so), rows wrapping round,
+    # a colour change, and a mesh reaching behind the eye.
+    "patch_meshes_over_drawn_pixels": culling_scene(16, "".join([
+        'Basis "b-spline" 1 "b-spline" 1\nColor [0.9 0.9 0.3]\n',
+        wavy_mesh(9, 8, False), wavy_mesh(9, 8, False), wavy_mesh(9, 8, False, 0.8),
+        wavy_mesh(9, 8, False, 1.02), wavy_mesh(9, 8, True, 0.9),
+        'Basis "bezier" 3 "bezier" 3\n', wavy_mesh(7, 7, False, 0.95),
+
+        'Basis "catmull-rom" 1 "catmull-rom" 1\n', wavy_mesh(9, 8, False, 0.9),
+        'Basis "b-spline" 1 "b-spline" 1\nColor [0.2 0.4 1]\n', wavy_mesh(9, 8, False, 0.7),
+        wavy_mesh(9, 8, False, 0.7), wavy_mesh(9, 8, False, 3.0, (0.0, 0.0, -5.5)),
+        wavy_mesh(9, 8, False, 3.0, (0.0, 0.0, -5.5)),
+        'Basis "bezier" 3 "bezier" 3\nColor [1 0.3 0.3]\n', flat_bezier_mesh(-0.5, 0.5),
+        flat_bezier_mesh(-0.5, 0.5), flat_bezier_mesh(-0.3, 0.3), flat_bezier_mesh(-0.5, 0.52)])),
 }
 
 
