@@ -110,7 +110,11 @@ bool X11VectorPreviewer::lattice_box_drawn(int nu, int nv) {
 }
 
 bool X11VectorPreviewer::lattices_only_drawn() const {
-    return dump_diced_rib == DUMP_NONE && !keeping_geometry() && !sinks_.empty();
+    if (dump_diced_rib != DUMP_NONE || keeping_geometry() || sinks_.empty()) return false;
+    for (const auto& sink : sinks_) {
+        if (!sink->may_know_drawn()) return false;
+    }
+    return true;
 }
 
 bool X11VectorPreviewer::lattices_known_drawn(const RasterBox& box, size_t count) {

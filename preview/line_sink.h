@@ -68,6 +68,9 @@ class LineSink {
     // colour, so that lines with both ends in the box would change nothing.
     // A sink that cannot tell answers false.
     virtual bool box_drawn(int /*x0*/, int /*y0*/, int /*x1*/, int /*y1*/) { return false; }
+    // Whether box_drawn may ever answer true: a drawer that would do work
+    // only to ask it skips that work when some sink never can.
+    virtual bool may_know_drawn() const { return false; }
     // One grid object has been drawn (the PostScript page strokes here).
     virtual void object_end() {}
     // The drawing colour changes (RiColor while colours are in use).

@@ -46,6 +46,7 @@ class PictureSink : public LineSink {
     void segment(int x0, int y0, int x1, int y1) override;
     void segments(const RasterSegment* s, size_t count) override;
     bool box_drawn(int x0, int y0, int x1, int y1) override;
+    bool may_know_drawn() const override { return true; }
     void object_end() override;
     void color(const float rgb[3]) override;
     void world_end() override;

@@ -65,7 +65,8 @@ class X11VectorPreviewer : public PreviewRenderer {
     // dumped or kept) and every sink knows the box drawn. When so, the sinks
     // are told count objects ended, as for lattices drawn.
     bool lattices_known_drawn(const RasterBox& box, size_t count);
-    // Whether lattices_known_drawn can ever say yes: lattices reach sinks alone.
+    // Whether lattices_known_drawn may ever say yes: lattices reach sinks
+    // alone, each of which may know a box drawn.
     bool lattices_only_drawn() const;
 
     // Draws (or, under -dumprib / -dumptri, prints) the lattice of grid rows

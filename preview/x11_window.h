@@ -138,6 +138,7 @@ class X11PixmapSink final : public LineSink {
     void segments(const RasterSegment* s, size_t count) override;
     void color(const float rgb[3]) override;
     bool box_drawn(int x0, int y0, int x1, int y1) override;
+    bool may_know_drawn() const override { return true; }
     void world_end() override;
     // Lines from here on are width pixels wide (0: the thin lines of the
     // drawing). The culler knows only thin lines, so it stands aside while
