@@ -513,10 +513,24 @@ void draw_mesh_patches(RtToken type, RtToken position_token, PatchPositions p,
 }  // namespace
 
 // Weights that are negative or do not sum to exactly 1, and the rounding of
-// the two blends (rows, then columns).
+// the two blends (rows, then columns). The last answer is kept, since a
+// scene draws most of its meshes with one basis at one detail.
 double bicubic_hull_excess(const float ubasis[4][4], const float vbasis[4][4], int n) {
-    return blend_hull_excess(basis_weights(&u_weights, ubasis, n),
-                             basis_weights(&v_weights, vbasis, n), n);
+    static struct {
+        float ubasis[4][4], vbasis[4][4];
+        int n = -1;
+        double excess;
+    } last;
+    if (last.n == n && std::memcmp(last.ubasis, ubasis, sizeof last.ubasis) == 0 &&
+        std::memcmp(last.vbasis, vbasis, sizeof last.vbasis) == 0) {
+        return last.excess;
+    }
+    last.excess = blend_hull_excess(basis_weights(&u_weights, ubasis, n),
+                                    basis_weights(&v_weights, vbasis, n), n);
+    std::memcpy(last.ubasis, ubasis, sizeof last.ubasis);
+    std::memcpy(last.vbasis, vbasis, sizeof last.vbasis);
+    last.n = n;
+    return last.excess;
 }
 
 RtVoid RiPatchMeshV(RtToken type, RtInt nu, RtToken uwrap, RtInt nv, RtToken vwrap, RtInt n,
