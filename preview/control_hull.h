@@ -78,12 +78,12 @@ class ControlHull {
     };
     static MatrixBound matrix_bound(const float (*m)[4]);
     double camera_error(double magnitude) const;
+    Extent extent(const float* p) const;
 
     bool valid_;
     ScreenMapping mapping_;
     double excess_;
     double to_camera_[4][3];  // the object matrix, then the camera's
-    Extent extent(const float* p) const;
     MatrixBound object_bound_, camera_bound_;
     double inverse_xstep_, inverse_ystep_, inverse_pixel_;
 };
