@@ -119,10 +119,14 @@ bool X11VectorPreviewer::lattices_only_drawn() const {
 
 bool X11VectorPreviewer::lattices_known_drawn(const RasterBox& box, size_t count) {
     if (!lattices_only_drawn() || !box_drawn(box)) return false;
+    end_objects(count);
+    return true;
+}
+
+void X11VectorPreviewer::end_objects(size_t count) {
     for (size_t k = 0; k < count; ++k) {
         for (auto& sink : sinks_) sink->object_end();
     }
-    return true;
 }
 
 // A lattice larger than the grid cannot have been filled without writing past
@@ -141,7 +145,7 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
     if (sinks_.empty()) return;
     project_lattice(nu, nv);
     if (lattice_box_drawn(nu, nv)) {
-        for (auto& sink : sinks_) sink->object_end();
+        end_objects(1);
         return;
     }
     // Rows, then columns, cell by cell in lattice order.
@@ -163,5 +167,5 @@ void X11VectorPreviewer::draw_object(int nu, int nv) {
     const RasterPoint* last = raster_points + nv * row;
     for (int i = 0; i < nu; ++i) segment(last[i], last[i + 1]);
     send_segments(lattice_segments, size_t(out - lattice_segments));
-    for (auto& sink : sinks_) sink->object_end();
+    end_objects(1);
 }

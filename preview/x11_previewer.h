@@ -106,6 +106,8 @@ class X11VectorPreviewer : public PreviewRenderer {
     size_t queued_count_ = 0;
 
     bool lattice_box_drawn(int nu, int nv);
+    // Tells every sink that count lattices ended (drawn or left out).
+    void end_objects(size_t count);
     void open_postscript();
     void prepare_pictures();
     void go_on_without_window();
