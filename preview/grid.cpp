@@ -103,10 +103,7 @@ void dump_lattice(int nu, int nv, int mode) {
 // colour, and making, fitting and culling their lines was most of the
 // window's time.
 bool X11VectorPreviewer::lattice_box_drawn(int nu, int nv) {
-    const size_t count = (size_t(nu) + 1) * (size_t(nv) + 1);
-    RasterBox box;
-    for (size_t k = 0; k < count; ++k) box.add(raster_points[k]);
-    return box_drawn(box);
+    return box_drawn(RasterBox::of(raster_points, (size_t(nu) + 1) * (size_t(nv) + 1)));
 }
 
 bool X11VectorPreviewer::lattices_only_drawn() const {

@@ -17,7 +17,9 @@
 //   lattice above GRID_CELLS_MAX cells either way is refused with a report.
 //   A lattice whose box of raster points every sink answers box_drawn for
 //   reaches the sinks as object_end alone: a sink answers true only when
-//   the lines would change nothing it makes.
+//   the lines would change nothing it makes. Segments of a batch whose box
+//   every sink knows drawn may be left out alone, without object_end, only
+//   when every sink says drawn_segments_skippable.
 // - Dumps: under -dumprib / -dumptri draw_object prints the lattice instead
 //   of drawing it; polygon-like faces are printed with dump_polygon_fan or
 //   print_dump_polygon (preview/dump.h), whose text is the standard stream
@@ -71,6 +73,12 @@ class LineSink {
     // Whether box_drawn may ever answer true: a drawer that would do work
     // only to ask it skips that work when some sink never can.
     virtual bool may_know_drawn() const { return false; }
+    // Whether segments it knows drawn (box_drawn) may be left out of the
+    // middle of a batch with no word to it: it makes the same whether given
+    // them or not. A sink that counts or remembers the segments it is given
+    // in a way that shapes what it makes (a picture ends its strokes after
+    // so many lines) says no.
+    virtual bool drawn_segments_skippable() const { return false; }
     // One grid object has been drawn (the PostScript page strokes here).
     virtual void object_end() {}
     // The drawing colour changes (RiColor while colours are in use).

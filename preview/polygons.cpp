@@ -126,12 +126,36 @@ IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]
     return m;
 }
 
+// Loops of shared vertices are drawn in runs of this many. Where the sinks
+// may leave out segments known drawn (the window), a run whose vertices'
+// box is known drawn, because it lies off the picture or on pixels already
+// drawn in the colour, is not drawn at all: a mesh reaching far past the
+// view (a ground plane, a landscape) would otherwise have most of its
+// faces walked, queued and clipped away one segment at a time.
+constexpr int LOOPS_A_RUN = 64;
+
+// The raster box of the vertices of the count loops from verts (loop l has
+// nverts[l] indices) that are drawn: every segment the loops draw lies in it.
+RasterBox box_of_loops(int count, const RtInt nverts[], const RtInt verts[],
+                       const RasterPoint* shared, bool all_drawn) {
+    RasterBox box;
+    for (int l = 0; l < count; ++l) {
+        const int n = nverts[l];
+        if (all_drawn || indices_valid(n, verts)) {
+            for (int k = 0; k < n; ++k) box.add(shared[verts[k]]);
+        }
+        verts += n;
+    }
+    return box;
+}
+
 // Draws nloops closed outlines by index (loop l has nverts[l] indices, taken
 // in turn from verts), stopping at a negative count; a loop with a negative
 // index is skipped. A vertex shared by many loops is projected once when the
 // loops name every vertex up to the highest (as a mesh does), else each
 // loop's vertices are projected as the loop is drawn. Either way every
-// segment comes out as if each vertex were projected where it is used.
+// segment comes out as if each vertex were projected where it is used, less
+// runs of loops known drawn (LOOPS_A_RUN); every loop is still kept.
 void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], const float* P) {
     X11VectorPreviewer* out = previewer();
     if (out == nullptr || !out->has_outputs()) return;  // nothing would take the lines
@@ -139,18 +163,29 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     const size_t vertices = size_t(m.highest) + 1;
     const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
     KeptLoops kept(P, shared != nullptr ? vertices : 0);
-    for (int l = 0; l < m.loops; ++l) {
-        const int n = nverts[l];
-        if (m.all_drawn || indices_valid(n, verts)) {
-            kept.loop(verts, n);
-            if (shared != nullptr) {
-                draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
-            } else {
-                draw_outline(out, n, project_vertices(P, size_t(n), verts),
-                             [](int k) { return k; });
+    const bool runs_asked = shared != nullptr && out->drawn_segments_skippable();
+    const bool all_known_drawn = runs_asked && out->box_drawn(RasterBox::of(shared, vertices));
+    for (int first = 0; first < m.loops; first += LOOPS_A_RUN) {
+        const int count = std::min(LOOPS_A_RUN, m.loops - first);
+        const bool left_out =
+            all_known_drawn ||
+            (runs_asked &&
+             out->box_drawn(box_of_loops(count, nverts + first, verts, shared, m.all_drawn)));
+        for (int l = first; l < first + count; ++l) {
+            const int n = nverts[l];
+            if (m.all_drawn || indices_valid(n, verts)) {
+                kept.loop(verts, n);
+                if (left_out) {
+                    // drawn already: nothing to send
+                } else if (shared != nullptr) {
+                    draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
+                } else {
+                    draw_outline(out, n, project_vertices(P, size_t(n), verts),
+                                 [](int k) { return k; });
+                }
             }
+            verts += n;
         }
-        verts += n;
     }
     out->send_queued_segments();
 }

@@ -27,6 +27,12 @@ struct RasterBox {
         y1 = std::max(y1, p.y);
     }
     bool empty() const { return x0 > x1; }
+    // The box of the drawn points among count raster points.
+    static RasterBox of(const RasterPoint* points, size_t count) {
+        RasterBox box;
+        for (size_t k = 0; k < count; ++k) box.add(points[k]);
+        return box;
+    }
 };
 
 // The raster point of a projected point. It is not drawn when the point is

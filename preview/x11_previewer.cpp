@@ -248,6 +248,14 @@ bool X11VectorPreviewer::box_drawn(const RasterBox& box) {
     return true;
 }
 
+bool X11VectorPreviewer::drawn_segments_skippable() const {
+    if (sinks_.empty()) return false;
+    for (const auto& sink : sinks_) {
+        if (!sink->drawn_segments_skippable()) return false;
+    }
+    return true;
+}
+
 void X11VectorPreviewer::send_segments(const RasterSegment* s, size_t count) {
     if (count == 0) return;
     for (auto& sink : sinks_) sink->segments(s, count);

@@ -59,6 +59,11 @@ class X11VectorPreviewer : public PreviewRenderer {
     // would change nothing any sink makes: a drawer may leave them out.
     // Never for an empty box or without sinks.
     bool box_drawn(const RasterBox& box);
+    // Whether segments known drawn may be left out of a batch anywhere,
+    // with no word to the sinks: there are sinks, and each one says
+    // LineSink::drawn_segments_skippable. A drawer that would do work only
+    // to ask box_drawn about part of its segments skips that work otherwise.
+    bool drawn_segments_skippable() const;
 
     // Whether count lattices whose raster points all lie in the box may be
     // left out before they are even made: lattices only reach sinks (none is

@@ -139,6 +139,9 @@ class X11PixmapSink final : public LineSink {
     void color(const float rgb[3]) override;
     bool box_drawn(int x0, int y0, int x1, int y1) override;
     bool may_know_drawn() const override { return true; }
+    // The pixmap's pixels do not depend on which lines reach the culler:
+    // a line left out in a box known drawn would only have drawn there.
+    bool drawn_segments_skippable() const override { return culling_; }
     void world_end() override;
     // Lines from here on are width pixels wide (0: the thin lines of the
     // drawing). The culler knows only thin lines, so it stands aside while

@@ -423,6 +423,21 @@ def flat_bezier_mesh(low, high, patches=2):
         side, side, " ".join("%g %g 0" % (x, y) for y in steps for x in steps))
 
 
+def grid_mesh(x0, x1, y0, y1, columns, rows):
+    """A PointsPolygons of quadrilaterals over a grid of columns by rows
+    vertices on the rectangle from (x0, y0) to (x1, y1), in the plane z = 0."""
+    faces = []
+    for j in range(rows - 1):
+        for i in range(columns - 1):
+            a = j * columns + i
+            faces.append([a, a + 1, a + columns + 1, a + columns])
+    points = ["%.5f %.5f 0" % (x0 + (x1 - x0) * i / (columns - 1),
+                               y0 + (y1 - y0) * j / (rows - 1))
+              for j in range(rows) for i in range(columns)]
+    return "PointsPolygons [%s] [%s] \"P\" [%s]\n" % (
+        " ".join("4" for _ in faces), " ".join(str(v) for f in faces for v in f), " ".join(points))
+
+
 # Each scene draws lines again (shared patch edges, seams, instances) and
 # short lines in plenty (high detail far away), some across a colour change.
 CULLING_SCENES = {
@@ -494,6 +509,20 @@ Disk 0 1 360
         wavy_mesh(9, 8, False, 3.0, (0.0, 0.0, -5.5)),
         'Basis "bezier" 3 "bezier" 3\nColor [1 0.3 0.3]\n', flat_bezier_mesh(-0.5, 0.5),
         flat_bezier_mesh(-0.5, 0.5), flat_bezier_mesh(-0.3, 0.3), flat_bezier_mesh(-0.5, 0.52)])),
+    # Indexed meshes left out run by run: a mesh of faces under a pixel,
+    # the same again and a smaller one (left out), one reaching a pixel past
+    # the square drawn (must be drawn); a wide strip reaching
+    # far off both sides of the picture, and one off to the left but for a
+    # pixel's width; then a colour change, after which all must be drawn.
+    # The picture's left edge is at x = -2.907 in the plane z = 0; a pixel is
+    # 0.0182 wide there.
+    "indexed_meshes_over_drawn_pixels": culling_scene(1, "".join([
+        "Color [0.3 1 0.5]\n", grid_mesh(-0.5, 0.5, -0.5, 0.5, 70, 70),
+        grid_mesh(-0.5, 0.5, -0.5, 0.5, 70, 70), grid_mesh(-0.3, 0.3, -0.3, 0.3, 50, 50),
+        grid_mesh(-0.5, 0.52, -0.5, 0.52, 70, 70),
+        grid_mesh(-12, 12, 0.8, 1.2, 400, 4), grid_mesh(-8, -2.9, -1.2, -0.8, 300, 3),
+        "Color [1 0.4 0.2]\n", grid_mesh(-0.3, 0.3, -0.3, 0.3, 50, 50),
+        grid_mesh(-12, 12, 0.8, 1.2, 400, 4)])),
 }
 
 
