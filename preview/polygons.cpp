@@ -153,6 +153,17 @@ RasterBox box_of_loops(int count, const RtInt nverts[], const RtInt verts[],
     return box;
 }
 
+// Draws the closed outline through P[verts[0]], ..., P[verts[n - 1]], from
+// the shared raster points when given, else projecting its own.
+void draw_loop(X11VectorPreviewer* out, int n, const RtInt verts[], const RasterPoint* shared,
+               const float* P) {
+    if (shared != nullptr) {
+        draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
+    } else {
+        draw_outline(out, n, project_vertices(P, size_t(n), verts), [](int k) { return k; });
+    }
+}
+
 // Draws nloops closed outlines by index (loop l has nverts[l] indices, taken
 // in turn from verts), stopping at a negative count; a loop with a negative
 // index is skipped. A vertex shared by many loops is projected once when the
@@ -167,8 +178,10 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     const size_t vertices = size_t(m.highest) + 1;
     const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
     KeptLoops kept(P, shared != nullptr ? vertices : 0);
+    // The whole mesh is asked about first when it has runs to spare.
     const bool runs_asked = shared != nullptr && out->drawn_segments_skippable();
-    const bool all_known_drawn = runs_asked && out->box_drawn(RasterBox::of(shared, vertices));
+    const bool all_known_drawn =
+        runs_asked && m.loops > LOOPS_A_RUN && out->box_drawn(RasterBox::of(shared, vertices));
     for (int first = 0; first < m.loops; first += LOOPS_A_RUN) {
         const int count = std::min(LOOPS_A_RUN, m.loops - first);
         const bool left_out =
@@ -179,14 +192,7 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
             const int n = nverts[l];
             if (m.all_drawn || indices_valid(n, verts)) {
                 kept.loop(verts, n);
-                if (left_out) {
-                    // drawn already: nothing to send
-                } else if (shared != nullptr) {
-                    draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
-                } else {
-                    draw_outline(out, n, project_vertices(P, size_t(n), verts),
-                                 [](int k) { return k; });
-                }
+                if (!left_out) draw_loop(out, n, verts, shared, P);
             }
             verts += n;
         }
