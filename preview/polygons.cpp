@@ -9,7 +9,9 @@
 #include <climits>
 #include <cstdarg>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "driver/globals.h"
@@ -42,19 +44,22 @@ void report_missing_positions() {
 // grows, and is neither filled with zeros nor copied when it does, since the
 // caller writes every value it reads (a mesh of millions of vertices would
 // otherwise be cleared once and copied on the way). A room that must grow
-// grows by half at least: meshes of a scene often grow a little one after
-// the other, and each new room's pages are faulted in afresh (about 4 ms a
-// room of a few hundred thousand vertices).
+// takes an eighth more than asked: meshes of a scene often grow a little
+// one after the other, and each new room's pages are faulted in afresh
+// (milliseconds for a mesh of a few hundred thousand vertices). When memory
+// runs out the room is null, none is kept, and the next call tries afresh.
 template <typename T>
 class ScratchRoom {
   public:
     T* room(size_t count) {
-        if (count > capacity_) {
-            const size_t grown = capacity_ + capacity_ / 2;
-            values_.reset();
-            capacity_ = std::max(count, grown);
-            values_.reset(new T[capacity_]);
-        }
+        count = std::max<size_t>(count, 1);  // no room is null but for want of memory
+        if (count <= capacity_) return values_.get();
+        values_.reset();
+        capacity_ = 0;
+        if (count > std::numeric_limits<size_t>::max() / sizeof(T) / 2) return nullptr;
+        const size_t wanted = count + count / 8;
+        values_.reset(new (std::nothrow) T[wanted]);
+        if (values_ != nullptr) capacity_ = wanted;
         return values_.get();
     }
 
@@ -63,19 +68,27 @@ class ScratchRoom {
     size_t capacity_ = 0;
 };
 
+const RasterPoint* report_no_room(size_t count) {
+    QuillError(RIE_NOMEM, RIE_ERROR, "Out of memory projecting %zu points", count);
+    return nullptr;
+}
+
 // The raster points of vertices 0..count-1 of P, or of the vertices
-// P[verts[k]] for k in 0..count-1 when verts is given. The caller's
-// positions stay as given: gathered vertices are copied aside.
+// P[verts[k]] for k in 0..count-1 when verts is given; null, reported, when
+// memory runs out. The caller's positions stay as given: gathered vertices
+// are copied aside.
 const RasterPoint* project_vertices(const float* P, size_t count, const RtInt* verts = nullptr) {
     static ScratchRoom<float> gathered;
     static ScratchRoom<RasterPoint> raster;
     if (verts != nullptr) {
         float* points = gathered.room(3 * count);
+        if (points == nullptr) return report_no_room(count);
         for (size_t k = 0; k < count; ++k)
             memcpy(points + 3 * k, P + 3 * size_t(verts[k]), 3 * sizeof(float));
         P = points;
     }
     RasterPoint* out = raster.room(count);
+    if (out == nullptr) return report_no_room(count);
     ScreenProjection().rasterize_points(P, count, out);
     return out;
 }
@@ -154,14 +167,18 @@ RasterBox box_of_loops(int count, const RtInt nverts[], const RtInt verts[],
 }
 
 // Draws the closed outline through P[verts[0]], ..., P[verts[n - 1]], from
-// the shared raster points when given, else projecting its own.
-void draw_loop(X11VectorPreviewer* out, int n, const RtInt verts[], const RasterPoint* shared,
+// the shared raster points when given, else projecting its own; false when
+// memory ran out for them.
+bool draw_loop(X11VectorPreviewer* out, int n, const RtInt verts[], const RasterPoint* shared,
                const float* P) {
     if (shared != nullptr) {
         draw_outline(out, n, shared, [verts](int k) { return verts[k]; });
-    } else {
-        draw_outline(out, n, project_vertices(P, size_t(n), verts), [](int k) { return k; });
+        return true;
     }
+    const RasterPoint* own = project_vertices(P, size_t(n), verts);
+    if (own == nullptr) return false;
+    draw_outline(out, n, own, [](int k) { return k; });
+    return true;
 }
 
 // Draws nloops closed outlines by index (loop l has nverts[l] indices, taken
@@ -170,13 +187,15 @@ void draw_loop(X11VectorPreviewer* out, int n, const RtInt verts[], const Raster
 // loops name every vertex up to the highest (as a mesh does), else each
 // loop's vertices are projected as the loop is drawn. Either way every
 // segment comes out as if each vertex were projected where it is used, less
-// runs of loops known drawn (LOOPS_A_RUN); every loop is still kept.
+// runs of loops known drawn (LOOPS_A_RUN); every loop is still kept. When
+// memory runs out for the projection, what was drawn up to there is sent.
 void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], const float* P) {
     X11VectorPreviewer* out = previewer();
     if (out == nullptr || !out->has_outputs()) return;  // nothing would take the lines
     const IndexedLoops m = measure_loops(nloops, nverts, verts);
     const size_t vertices = size_t(m.highest) + 1;
-    const RasterPoint* shared = vertices <= m.indices ? project_vertices(P, vertices) : nullptr;
+    const RasterPoint* shared = nullptr;
+    if (vertices <= m.indices && (shared = project_vertices(P, vertices)) == nullptr) return;
     KeptLoops kept(P, shared != nullptr ? vertices : 0);
     // The whole mesh is asked about first when it has runs to spare.
     const bool runs_asked = shared != nullptr && out->drawn_segments_skippable();
@@ -192,7 +211,10 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
             const int n = nverts[l];
             if (m.all_drawn || indices_valid(n, verts)) {
                 kept.loop(verts, n);
-                if (!left_out) draw_loop(out, n, verts, shared, P);
+                if (!left_out && !draw_loop(out, n, verts, shared, P)) {
+                    out->send_queued_segments();
+                    return;
+                }
             }
             verts += n;
         }
@@ -214,7 +236,9 @@ void draw_polygon(int n, const float* P) {
     X11VectorPreviewer* out = previewer();
     if (n < 1 || out == nullptr || !out->has_outputs()) return;
     keep_outline(P, n);
-    draw_outline(out, n, project_vertices(P, size_t(n)), [](int k) { return k; });
+    const RasterPoint* points = project_vertices(P, size_t(n));
+    if (points == nullptr) return;
+    draw_outline(out, n, points, [](int k) { return k; });
     out->send_queued_segments();
 }
 
