@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "preview/control_hull.h"
 #include "preview/lattice.h"
 #include "preview/variadic_forms.h"
 #include "preview/x11_previewer.h"
@@ -169,10 +170,56 @@ void draw_lattice(LatticeSize size) {
     draw_grid(size.nu, size.nv);
 }
 
+// Whether a lattice may be left out before it is made, given a box that
+// will hold it: lattices only reach sinks, and every sink knows the box
+// drawn. In a scene of many objects, most of those off the picture were
+// filled and projected only to be found so. (A cylinder, cone or disk has
+// two rows of points: finding its box costs about what it saves.)
+template <typename BoxOf>
+bool left_out_before_filling(BoxOf box_of) {
+    X11VectorPreviewer* drawer = previewer();
+    RasterBox box;
+    return drawer != nullptr && drawer->lattices_only_drawn() && box_of(&box) &&
+           drawer->lattices_known_drawn(box, 1);
+}
+
+// The raster box of the object-space box from -reach to reach in x and y and
+// from z_low to z_high: its corners are the control points of a hull with no
+// excess, and ControlHull allows for the projection's rounding.
+bool object_box_raster_box(float reach, float z_low, float z_high, RasterBox* box) {
+    float corners[8][3];
+    for (int k = 0; k < 8; ++k) {
+        corners[k][0] = (k & 1) ? reach : -reach;
+        corners[k][1] = (k & 2) ? reach : -reach;
+        corners[k][2] = (k & 4) ? z_high : z_low;
+    }
+    const ControlHull hull(ScreenProjection(), 0.0);
+    ControlHull::Extent each[8];
+    return hull.raster_box(hull.extents(&corners[0][0], 8, each), box);
+}
+
 }  // namespace
+
+// The lattice points lie in the object-space box exactly as the fill
+// computes them in single precision: each coordinate is a radius (for the
+// torus, a sum of radii bounded by the sum of their magnitudes) times sines
+// and cosines of magnitude at most 1, and rounding is monotone, so no
+// coordinate passes the bound.
+bool sphere_raster_box(float radius, RasterBox* box) {
+    const float reach = std::fabs(radius);
+    return object_box_raster_box(reach, -reach, reach, box);
+}
+
+bool torus_raster_box(float majorrad, float minorrad, RasterBox* box) {
+    const float tube = std::fabs(minorrad);
+    return object_box_raster_box(std::fabs(majorrad) + tube, -tube, tube, box);
+}
 
 RtVoid RiSphere(RtFloat radius, RtFloat zmin, RtFloat zmax, RtFloat thetamax, ...) {
     if (motion_guard()) return;
+    if (left_out_before_filling([=](RasterBox* box) { return sphere_raster_box(radius, box); })) {
+        return;
+    }
     draw_lattice(fill_sphere(radius, zmin, zmax, thetamax, detail_level));
 }
 
@@ -246,6 +293,10 @@ RtVoid RiDiskV(RtFloat height, RtFloat radius, RtFloat thetamax, RtInt n, RtToke
 RtVoid RiTorus(RtFloat majorrad, RtFloat minorrad, RtFloat phimin, RtFloat phimax, RtFloat thetamax,
                ...) {
     if (motion_guard()) return;
+    if (left_out_before_filling(
+            [=](RasterBox* box) { return torus_raster_box(majorrad, minorrad, box); })) {
+        return;
+    }
     draw_lattice(fill_torus(majorrad, minorrad, phimin, phimax, thetamax, detail_level));
 }
 

@@ -1,6 +1,7 @@
-// The raster box of a patch's control points against the raster points of
-// the lattice that fill_bicubic_patch makes and ScreenProjection projects,
-// both in single precision.
+// The raster box of a patch's control points, and of a sphere's or torus's
+// bounds, against the raster points of the lattice that fill_bicubic_patch,
+// fill_sphere or fill_torus makes and ScreenProjection projects, both in
+// single precision.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -10,6 +11,7 @@
 #include "preview/control_hull.h"
 #include "preview/grid.h"
 #include "preview/patches.h"
+#include "preview/quadrics.h"
 
 namespace {
 
@@ -36,9 +38,17 @@ class ControlHullTest : public DrawingTest {
         RasterBox box;
         if (!hull.raster_box(extent, &box)) return false;
         fill_bicubic_patch({POSITION_P, control.data()}, basis, basis, step, step, n);
+        expect_lattice_in({n, n}, box);
+        return true;
+    }
+
+    // Every drawn raster point of the lattice in the grid lies in the box.
+    static void expect_lattice_in(LatticeSize size, const RasterBox& box) {
         std::vector<float> lattice;
-        for (int j = 0; j <= n; ++j) {
-            for (int i = 0; i <= n; ++i) lattice.insert(lattice.end(), grid[j][i], grid[j][i] + 3);
+        for (int j = 0; j <= size.nv; ++j) {
+            for (int i = 0; i <= size.nu; ++i) {
+                lattice.insert(lattice.end(), grid[j][i], grid[j][i] + 3);
+            }
         }
         std::vector<RasterPoint> raster(lattice.size() / 3);
         ScreenProjection().rasterize_points(lattice.data(), raster.size(), raster.data());
@@ -48,7 +58,6 @@ class ControlHullTest : public DrawingTest {
                 << "(" << p.x << ", " << p.y << ") outside [" << box.x0 << ", " << box.x1 << "] x ["
                 << box.y0 << ", " << box.y1 << "]";
         }
-        return true;
     }
 };
 
@@ -99,6 +108,67 @@ TEST_F(ControlHullTest, BoxHoldsEveryRasterPointOfTheLattice) {
     // it, it often does, but not for the smaller patches.
     EXPECT_EQ(boxes[0], patches[0]);
     EXPECT_GT(boxes[1], patches[1] / 3);
+}
+
+// Spheres and tori of random radii (negative ones too) and sweeps, at
+// random detail, under both projections and a turned camera, moved so that
+// their centres fall on whole pixels or anywhere: every lattice point lies
+// in the box found from the radii alone. Spheres of radius 0 are single
+// points, where only rounding decides the pixel.
+TEST_F(ControlHullTest, SphereAndTorusBoxesHoldTheirLattices) {
+    std::mt19937 random(20261125);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    auto place = [&](bool on_pixel) {
+        RiIdentity();
+        const float x = on_pixel ? 4.0f * float(int(unit(random) * 64)) * PIXEL : unit(random);
+        const float y = on_pixel ? 4.0f * float(int(unit(random) * 64)) * PIXEL : unit(random);
+        RiTranslate(x, y, 4.0f + unit(random));
+        RiRotate(180.0f * unit(random), unit(random), unit(random), 1.0f);
+    };
+    int boxes = 0, quadrics = 0;
+    for (int view = 0; view < 3; ++view) {
+        renderer->projection = view & 1;
+        if (view == 2) turn_camera(23.0f);
+        for (int trial = 0; trial < 200; ++trial) {
+            const int detail = 1 + trial % 24;
+            const float scale = (trial % 5 == 0) ? 0.0f : (trial % 5 == 1) ? 1e-3f : 0.8f;
+            place(trial % 2 == 0);
+            const float radius = scale * unit(random);
+            RasterBox box;
+            quadrics += 2;
+            if (sphere_raster_box(radius, &box)) {
+                ++boxes;
+                expect_lattice_in(fill_sphere(radius, radius * unit(random), radius * unit(random),
+                                              360.0f * unit(random), detail),
+                                  box);
+            }
+            place(trial % 2 == 1);
+            const float major = scale * unit(random), minor = scale * 0.5f * unit(random);
+            if (torus_raster_box(major, minor, &box)) {
+                ++boxes;
+                expect_lattice_in(
+                    fill_torus(major, minor, 360.0f * unit(random), 360.0f * unit(random),
+                               360.0f * unit(random), std::max(1, detail / 2)),
+                    box);
+            }
+        }
+    }
+    EXPECT_EQ(boxes, quadrics);  // all lie well in front of the eye
+
+    // Tori seen square on, whose outermost point (major + minor, 0, 0) lies
+    // a five-thousandth of a pixel past a pixel's edge: a box any narrower misses
+    // its pixel.
+    renderer->projection = 1;
+    renderer->camera = nullptr;
+    RiIdentity();
+    RiTranslate(0.0f, 0.0f, 4.0f);
+    for (int pixels = 1; pixels <= 40; ++pixels) {
+        const float major = (float(pixels) * 0.75f + 0.0002f) * PIXEL;
+        const float minor = float(pixels) * 0.25f * PIXEL;
+        RasterBox box;
+        ASSERT_TRUE(torus_raster_box(major, minor, &box));
+        expect_lattice_in(fill_torus(major, minor, 0.0f, 360.0f, 360.0f, 4), box);
+    }
 }
 
 // No box where the hull says nothing or the rounding is too coarse to bound
