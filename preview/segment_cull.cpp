@@ -55,9 +55,14 @@ void WindowCuller::forget() {
     }
     listed_ = 0;
     all_marked_ = false;
+    long_lines_sent_ = 0;
+    if (bands_marked_) std::fill(bands_.begin(), bands_.end(), 0);
+    bands_marked_ = false;
 }
 
 // A row at a time, a word at a time: the box of a lattice spans few words.
+// A tall box, once long lines have been marked, is first asked of the
+// bands it covers whole and of its rows beyond them.
 bool WindowCuller::box_drawn(int x0, int y0, int x1, int y1) const {
     if (!short_known_) return false;
     x0 = std::max(x0, 0);
@@ -65,11 +70,25 @@ bool WindowCuller::box_drawn(int x0, int y0, int x1, int y1) const {
     x1 = std::min(x1, width_ - 1);
     y1 = std::min(y1, height_ - 1);
     if (x0 > x1 || y0 > y1) return true;
+    if (bands_marked_ && y1 - y0 >= 2 * BAND_ROWS) {
+        const int band0 = (y0 + BAND_ROWS - 1) / BAND_ROWS, band1 = (y1 + 1) / BAND_ROWS - 1;
+        if (bands_drawn(x0, band0, x1, band1) && rows_drawn(x0, y0, x1, band0 * BAND_ROWS - 1) &&
+            rows_drawn(x0, (band1 + 1) * BAND_ROWS, x1, y1)) {
+            return true;
+        }
+    }
+    return rows_drawn(x0, y0, x1, y1);
+}
+
+// Whether each word of the rows (or bands) from first_row to last_row,
+// words_per_row_ apart in words, has every bit of columns x0..x1 set.
+bool WindowCuller::words_all_set(const uint64_t* words, int first_row, int last_row, int x0,
+                                 int x1) const {
     const size_t first = size_t(x0) / 64, last = size_t(x1) / 64;
     const uint64_t first_mask = ~uint64_t(0) << (x0 & 63);
     const uint64_t last_mask = ~uint64_t(0) >> (63 - (x1 & 63));
-    for (int y = y0; y <= y1; ++y) {
-        const uint64_t* row = bits_.data() + size_t(y) * words_per_row_;
+    for (int y = first_row; y <= last_row; ++y) {
+        const uint64_t* row = words + size_t(y) * words_per_row_;
         if (first == last) {
             const uint64_t mask = first_mask & last_mask;
             if ((row[first] & mask) != mask) return false;
@@ -82,4 +101,88 @@ bool WindowCuller::box_drawn(int x0, int y0, int x1, int y1) const {
         if ((row[last] & last_mask) != last_mask) return false;
     }
     return true;
+}
+
+bool WindowCuller::rows_drawn(int x0, int y0, int x1, int y1) const {
+    return words_all_set(bits_.data(), y0, y1, x0, x1);
+}
+
+bool WindowCuller::bands_drawn(int x0, int band0, int x1, int band1) const {
+    return words_all_set(bands_.data(), band0, band1, x0, x1);
+}
+
+// A line is left out when each step's candidates are drawn (both, at a tie)
+// or outside the pixmap. A line sent marks the pixels it certainly draws;
+// those marks are not listed (forget clears the whole bitmap), since a
+// dense mesh soon marks more words than the list holds.
+bool WindowCuller::long_line_known_drawn(int x0, int y0, int x1, int y1) {
+    const auto inside = [this](int x, int y) {
+        return unsigned(x) < unsigned(width_) && unsigned(y) < unsigned(height_);
+    };
+    const auto known = [&](int x, int y) { return !inside(x, y) || pixel_marked(x, y); };
+    if (inside(x0, y0) && inside(x1, y1)) {
+        if (steps_marked(x0, y0, x1, y1)) return true;
+    } else if (walk_nearest_pixels(
+                   x0, y0, x1, y1, width_, height_, [&](int x, int y, int ox, int oy) {
+                       return known(x, y) && ((x == ox && y == oy) || known(ox, oy));
+                   })) {
+        return true;
+    }
+    walk_nearest_pixels(x0, y0, x1, y1, width_, height_, [&](int x, int y, int ox, int oy) {
+        if (x == ox && y == oy && inside(x, y)) {
+            const size_t at = bit_of(x, y);
+            bits_[at / 64] |= uint64_t(1) << (at % 64);
+        }
+        return true;
+    });
+    all_marked_ = true;
+    mark_bands(std::min(x0, x1), std::min(y0, y1), std::max(x0, x1), std::max(y0, y1));
+    return false;
+}
+
+// walk_nearest_pixels's test for a line inside the pixmap, stepping through
+// the bitmap's bits: most long lines of a dense mesh are tested whole.
+bool WindowCuller::steps_marked(int x0, int y0, int x1, int y1) const {
+    const int dx = x1 - x0, dy = y1 - y0;
+    const bool x_major = std::abs(dx) >= std::abs(dy);
+    const long row_bits = long(words_per_row_) * 64;
+    const long a = x_major ? std::abs(dx) : std::abs(dy), b = x_major ? std::abs(dy) : std::abs(dx);
+    const long x_bit = dx < 0 ? -1 : 1, y_bit = dy < 0 ? -row_bits : row_bits;
+    const long major_bit = x_major ? x_bit : y_bit, minor_bit = x_major ? y_bit : x_bit;
+    const uint64_t* const bits = bits_.data();
+    const auto marked = [bits](long at) { return (bits[at >> 6] >> (at & 63)) & 1; };
+    long at = long(y0) * row_bits + x0, e = 0;
+    for (long i = 0; i <= a; ++i) {
+        if (!marked(at) || (e == -a && !marked(at - minor_bit))) return false;
+        at += major_bit;
+        e += 2 * b;
+        if (e >= a) {
+            e -= 2 * a;
+            at += minor_bit;
+        }
+    }
+    return true;
+}
+
+// Brings the bands over the box up to date with the pixels.
+void WindowCuller::mark_bands(int x0, int y0, int x1, int y1) {
+    x0 = std::max(x0, 0);
+    y0 = std::max(y0, 0);
+    x1 = std::min(x1, width_ - 1);
+    y1 = std::min(y1, height_ - 1);
+    if (x0 > x1 || y0 > y1) return;
+    if (bands_.empty()) {
+        bands_.assign(words_per_row_ * ((size_t(height_) + BAND_ROWS - 1) / BAND_ROWS), 0);
+    }
+    bands_marked_ = true;
+    for (int band = y0 / BAND_ROWS; band <= y1 / BAND_ROWS; ++band) {
+        const int end_row = std::min((band + 1) * BAND_ROWS, height_);
+        for (size_t w = size_t(x0) / 64; w <= size_t(x1) / 64; ++w) {
+            uint64_t all = ~uint64_t(0);
+            for (int y = band * BAND_ROWS; y < end_row; ++y) {
+                all &= bits_[size_t(y) * words_per_row_ + w];
+            }
+            bands_[size_t(band) * words_per_row_ + w] = all;
+        }
+    }
 }

@@ -1,6 +1,7 @@
 // What the window need not draw: a memory of recent lines, a bitmap of
 // pixels known drawn, the pixels the X server's short thin lines are made
-// of, and the window's culler built on them.
+// of, the pixels its long thin lines are made of (walk_nearest_pixels), and
+// the window's culler built on them.
 //
 // The window's contract (WindowCuller): the X server draws thin lines and
 // points with a solid foreground and the copy function, so within one
@@ -15,8 +16,10 @@
 #ifndef TRACERY_PREVIEW_SEGMENT_CULL_H
 #define TRACERY_PREVIEW_SEGMENT_CULL_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 // A memory of recent keys below 2^52: a table of 2^slots_log2 slots, each
@@ -87,6 +90,73 @@ struct ShortLinePatterns {
     Pattern& of(int dx, int dy) { return patterns[index(dx, dy)]; }
 };
 
+// The pixels of a thin line longer than the patterns reach, as servers draw
+// them (Bresenham's lines and their variants): one pixel for each step along
+// the line's longer side, both ends included, the pixel nearest the line
+// across it, or either of the two nearest where the line passes exactly
+// halfway between them. The protocol leaves thin lines to the server, so the
+// window relies on this only once probe_long_lines has seen the server draw
+// a set of long lines so.
+//
+// Calls visit(x, y, other_x, other_y) for the steps whose longer-side
+// coordinate lies in the width x height pixmap, in order from (x0, y0):
+// (x, y) is the nearest pixel, and (other_x, other_y) the other candidate of
+// a tie, or (x, y) again. Stops, returning false, when visit returns false.
+template <typename Visit>
+bool walk_nearest_pixels(int x0, int y0, int x1, int y1, int width, int height, Visit visit) {
+    const int dx = x1 - x0, dy = y1 - y0;
+    const bool x_major = std::abs(dx) >= std::abs(dy);
+    const long long a = x_major ? std::abs(dx) : std::abs(dy);
+    const long long b = x_major ? std::abs(dy) : std::abs(dx);
+    const int major_step = (x_major ? dx : dy) < 0 ? -1 : 1;
+    const int minor_step = (x_major ? dy : dx) < 0 ? -1 : 1;
+    const long long major0 = x_major ? x0 : y0, minor0 = x_major ? y0 : x0;
+    const long long major_size = x_major ? width : height;
+    // The steps whose longer-side coordinate major0 + i * major_step is inside.
+    const long long first = std::max(0LL, major_step > 0 ? -major0 : major0 - (major_size - 1));
+    const long long last = std::min(a, major_step > 0 ? major_size - 1 - major0 : major0);
+    if (first > last) return true;
+    // At step i the line lies i * b / a steps across from minor0; the nearest
+    // pixel is q steps across (a half rounding to the farther), and
+    // e = 2ib - 2qa, in [-a, a), is where the line passes: e = -a exactly
+    // halfway between q - 1 and q.
+    const long long q = a == 0 ? 0 : (2 * first * b + a) / (2 * a);
+    long long e = 2 * first * b - 2 * q * a;
+    int major = int(major0 + first * major_step), minor = int(minor0 + q * minor_step);
+    for (long long i = first; i <= last; ++i) {
+        const int other = a > 0 && e == -a ? minor - minor_step : minor;
+        if (!(x_major ? visit(major, minor, major, other) : visit(minor, major, other, major))) {
+            return false;
+        }
+        major += major_step;
+        e += 2 * b;
+        if (e >= a) {
+            e -= 2 * a;
+            minor += minor_step;
+        }
+    }
+    return true;
+}
+
+// Whether a thin line from (0, 0) to (dx, dy) was drawn as walk_nearest_pixels
+// allows, drawn(x, y) telling the pixels at offsets from its first end and
+// drawn_count how many there are in all: one candidate of every step, and no
+// other pixel. (The steps' candidates differ in their longer-side
+// coordinate, so a candidate of each step and no more pixels than steps
+// leaves no room for any other.)
+template <typename Drawn>
+bool drawn_as_nearest(int dx, int dy, long drawn_count, Drawn drawn) {
+    // Walked about a centre far enough from the walk's edges for every step.
+    const int centre = std::abs(dx) + std::abs(dy) + 1, side = 2 * centre + 1;
+    long steps = 0;
+    const bool each_step = walk_nearest_pixels(
+        centre, centre, centre + dx, centre + dy, side, side, [&](int x, int y, int ox, int oy) {
+            ++steps;
+            return drawn(x - centre, y - centre) || drawn(ox - centre, oy - centre);
+        });
+    return each_step && drawn_count == steps;
+}
+
 class WindowCuller {
   public:
     // For a pixmap of width x height pixels, drawn by a server whose short
@@ -100,7 +170,9 @@ class WindowCuller {
     // pattern not drawn since the last forget, which the server draws far
     // faster than a line; a longer line is kept, in order at the front of
     // the lines, unless it was sent in the same direction since the last
-    // forget (the other direction may draw other pixels). Line has X11's
+    // forget (the other direction may draw other pixels), or, once many long
+    // lines have been sent in one foreground, when every pixel it may draw is
+    // known drawn (those sent from then on are marked). Line has X11's
     // fields x1, y1, x2, y2 and Point x, y; points has room for MAX_PIXELS
     // points a line. Returns the end of the lines kept and moves points past
     // those added. Written with few branches on the outcome, which is as good
@@ -108,6 +180,22 @@ class WindowCuller {
     // Whether every pixel of the box from (x0, y0) to (x1, y1), ends
     // included, that lies in the pixmap is known drawn since the last forget.
     bool box_drawn(int x0, int y0, int x1, int y1) const;
+
+    // Long lines are known by their pixels only in a foreground that has
+    // sent LONG_LINES_BEFORE_KNOWING of them (a dense mesh of one colour,
+    // whose lines cross each other's pixels hundreds of times): marking and
+    // testing their pixels costs about what the server takes to draw them,
+    // which pays only where most are then found drawn. Before the first
+    // such foreground the server's long lines must be tested: while
+    // long_lines_untested, the owner runs probe_long_lines and tells the
+    // culler whether the server draws them as walk_nearest_pixels walks them.
+    static constexpr size_t LONG_LINES_BEFORE_KNOWING = 4096;
+    bool long_lines_untested() const {
+        return long_lines_ == LongLines::UNTESTED && long_lines_sent_ >= LONG_LINES_BEFORE_KNOWING;
+    }
+    void long_lines_tested(bool drawn_nearest) {
+        long_lines_ = drawn_nearest ? LongLines::NEAREST : LongLines::OTHER;
+    }
 
     template <typename Line, typename Point>
     Line* cull(Line* first, Line* last, Point** points) {
@@ -123,18 +211,23 @@ class WindowCuller {
         const int width = width_, height = height_;
         const long row_bits = long(words_per_row_) * 64;
         const bool look_up = skipped_batches_ == 0;
-        size_t looked_up = 0;
-        Line* const kept_before = kept;
+        const bool knowing = knows_long_lines();
+        size_t looked_up = 0, repeats = 0;
         for (Line* line = first; line != last; ++line) {
             const int x0 = line->x1, y0 = line->y1, dx = line->x2 - x0, dy = line->y2 - y0;
             if (!short_known_ || !ShortLinePatterns::is_short(dx, dy)) {
                 *kept = *line;
+                bool left_out = false;
                 if (look_up) {
                     ++looked_up;
-                    kept += !repeats_sent_line(x0, y0, line->x2, line->y2);
-                } else {
-                    ++kept;
+                    left_out = repeats_sent_line(x0, y0, line->x2, line->y2);
+                    repeats += left_out;
                 }
+                if (!left_out) {
+                    ++long_lines_sent_;
+                    if (knowing) left_out = long_line_known_drawn(x0, y0, line->x2, line->y2);
+                }
+                kept += !left_out;
                 continue;
             }
             const int offset = ShortLinePatterns::index(dx, dy);
@@ -174,11 +267,27 @@ class WindowCuller {
         }
         listed_ = listed;
         *points = point;
-        judge_look_ups(looked_up, looked_up - size_t(kept - kept_before));
+        judge_look_ups(looked_up, repeats);
         return kept;
     }
 
   private:
+    bool knows_long_lines() const {
+        return long_lines_ == LongLines::NEAREST && long_lines_sent_ >= LONG_LINES_BEFORE_KNOWING;
+    }
+    // Whether every pixel the long line may draw is known drawn; if not, the
+    // pixels it certainly draws are marked, since it is sent.
+    bool long_line_known_drawn(int x0, int y0, int x1, int y1);
+    bool steps_marked(int x0, int y0, int x1, int y1) const;
+    void mark_bands(int x0, int y0, int x1, int y1);
+    static constexpr int BAND_ROWS = 8;
+    bool words_all_set(const uint64_t* words, int first_row, int last_row, int x0, int x1) const;
+    bool rows_drawn(int x0, int y0, int x1, int y1) const;
+    bool bands_drawn(int x0, int band0, int x1, int band1) const;
+    size_t bit_of(int x, int y) const { return size_t(y) * words_per_row_ * 64 + size_t(x); }
+    bool pixel_marked(int x, int y) const {
+        return (bits_[bit_of(x, y) / 64] >> (bit_of(x, y) % 64)) & 1;
+    }
     bool repeats_sent_line(int x0, int y0, int x1, int y1) {
         return line_keyable(x0, y0, x1, y1) && lines_.seen(line_key(x0, y0, x1, y1));
     }
@@ -215,6 +324,16 @@ class WindowCuller {
     std::vector<uint64_t*> marked_;
     size_t listed_ = 0, list_limit_;
     bool all_marked_ = false;  // too many to list: clear the whole bitmap
+    enum class LongLines { UNTESTED, NEAREST, OTHER };
+    LongLines long_lines_ = LongLines::UNTESTED;
+    size_t long_lines_sent_ = 0;  // since the last forget
+    // For each band of eight pixel rows, a bit for each column whose eight
+    // pixels were all marked when a long line was last marked across it:
+    // a tall box is asked about a word a band instead of a word a row. The
+    // short lines' pixels are not gathered into it, so it may lag the
+    // pixels; empty until a long line is marked.
+    std::vector<uint64_t> bands_;
+    bool bands_marked_ = false;  // since the last forget
 };
 
 #endif  // TRACERY_PREVIEW_SEGMENT_CULL_H

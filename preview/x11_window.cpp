@@ -382,6 +382,119 @@ ShortLinePatterns probe_short_lines(Display* display, Drawable drawable, int dep
     return patterns;
 }
 
+namespace {
+
+// The long lines probed: each of these (longer side, shorter side) pairs in
+// each of the eight octants. Around 48 pixels the steps across fall at every
+// fraction of a pixel, halves included, near halves on both sides, and at
+// 130 a rule that drifts along the line (one rounding the line's slope, say)
+// shows.
+constexpr int PROBED_SIDES[][2] = {{47, 0},  {47, 1},  {47, 5},   {47, 11}, {47, 16}, {47, 23},
+                                   {47, 24}, {47, 31}, {47, 46},  {47, 47}, {48, 1},  {48, 5},
+                                   {48, 11}, {48, 16}, {48, 23},  {48, 24}, {48, 25}, {48, 31},
+                                   {48, 47}, {130, 1}, {130, 37}, {130, 65}};
+constexpr int LONG_PROBE_MARGIN = 3;
+constexpr int LONG_PROBE_WIDTH = 640;
+
+struct LongProbeLine {
+    int dx, dy;  // the line's offset
+    int x, y;    // its first end in its shelf
+    int cell_x, cell_width, cell_height;
+};
+
+// Every probed line in a cell of its own, the cells side by side in shelves
+// LONG_PROBE_WIDTH wide, lines along x before lines along y so that a shelf
+// holds cells of like heights. Each shelf is drawn and read back in turn.
+std::vector<std::vector<LongProbeLine>> long_probe_shelves() {
+    std::vector<std::vector<LongProbeLine>> shelves(1);
+    int x = 0;
+    for (int y_major = 0; y_major < 2; ++y_major) {
+        for (const auto& sides : PROBED_SIDES) {
+            for (int signs = 0; signs < 4; ++signs) {
+                const int along = (signs & 1) ? -sides[0] : sides[0];
+                const int across = (signs & 2) ? -sides[1] : sides[1];
+                LongProbeLine line{};
+                line.dx = y_major ? across : along;
+                line.dy = y_major ? along : across;
+                line.cell_width = std::abs(line.dx) + 2 * LONG_PROBE_MARGIN + 1;
+                line.cell_height = std::abs(line.dy) + 2 * LONG_PROBE_MARGIN + 1;
+                if (x + line.cell_width > LONG_PROBE_WIDTH) {
+                    shelves.emplace_back();
+                    x = 0;
+                }
+                line.cell_x = x;
+                line.x = x + LONG_PROBE_MARGIN + std::max(0, -line.dx);
+                line.y = LONG_PROBE_MARGIN + std::max(0, -line.dy);
+                x += line.cell_width;
+                shelves.back().push_back(line);
+            }
+        }
+    }
+    return shelves;
+}
+
+bool probed_as_nearest(XImage* image, const LongProbeLine& line) {
+    long count = 0;
+    for (int y = 0; y < line.cell_height; ++y) {
+        for (int x = 0; x < line.cell_width; ++x)
+            count += XGetPixel(image, line.cell_x + x, y) != 0;
+    }
+    return drawn_as_nearest(line.dx, line.dy, count, [&](int ox, int oy) {
+        return XGetPixel(image, line.x + ox, line.y + oy) != 0;
+    });
+}
+
+// Draws one shelf's lines into the cleared scratch pixmap and reads them back.
+bool shelf_as_nearest(Display* display, Pixmap scratch, GC gc,
+                      const std::vector<LongProbeLine>& shelf) {
+    int height = 0;
+    std::vector<XSegment> lines;
+    for (const LongProbeLine& l : shelf) {
+        height = std::max(height, l.cell_height);
+        lines.push_back({short(l.x), short(l.y), short(l.x + l.dx), short(l.y + l.dy)});
+    }
+    XSetForeground(display, gc, 0);
+    XFillRectangle(display, scratch, gc, 0, 0, LONG_PROBE_WIDTH, height);
+    XSetForeground(display, gc, 1);
+    XDrawSegments(display, scratch, gc, lines.data(), static_cast<int>(lines.size()));
+    XImage* image = XGetImage(display, scratch, 0, 0, LONG_PROBE_WIDTH, height, AllPlanes, ZPixmap);
+    if (image == nullptr) return false;
+    bool nearest = true;
+    for (const LongProbeLine& line : shelf) nearest = nearest && probed_as_nearest(image, line);
+    XDestroyImage(image);
+    return nearest;
+}
+
+}  // namespace
+
+bool probe_long_lines(Display* display, Drawable drawable, int depth) {
+    if (is_lost(display)) return false;
+    const std::vector<std::vector<LongProbeLine>> shelves = long_probe_shelves();
+    int height = 0;
+    for (const auto& shelf : shelves) {
+        for (const LongProbeLine& l : shelf) height = std::max(height, l.cell_height);
+    }
+    Pixmap scratch = XCreatePixmap(display, drawable, LONG_PROBE_WIDTH, height, depth);
+    XGCValues values{};
+    values.graphics_exposures = False;
+    GC gc = XCreateGC(display, scratch, GCGraphicsExposures, &values);
+    bool nearest = true;
+    for (const auto& shelf : shelves) {
+        nearest = nearest && shelf_as_nearest(display, scratch, gc, shelf);
+    }
+    XFreeGC(display, gc);
+    XFreePixmap(display, scratch);
+    return nearest;
+}
+
+bool X11Window::long_lines_drawn_nearest() {
+    if (long_lines_ == Probed::NOT_YET) {
+        const bool nearest = probe_long_lines(display, window, DefaultDepth(display, screen));
+        long_lines_ = nearest ? Probed::NEAREST : Probed::OTHER;
+    }
+    return long_lines_ == Probed::NEAREST;
+}
+
 // ---- The pixmap sink ----
 
 namespace {
@@ -464,6 +577,9 @@ void X11PixmapSink::segments(const RasterSegment* s, size_t count) {
     constexpr size_t POINTS_A_LINE = ShortLinePatterns::MAX_PIXELS;
     while (count > 0) {
         const size_t part = std::min(count, PART);
+        if (culling_ && culler_.long_lines_untested()) {
+            culler_.long_lines_tested(window_.long_lines_drawn_nearest());
+        }
         X11Window::Room room = window_.room_for(part, culling_ ? part * POINTS_A_LINE : 0);
         XSegment* line = room.lines;
         for (size_t k = 0; k < part; ++k) {

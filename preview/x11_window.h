@@ -21,6 +21,11 @@
 // back. Unknown (known false) when the test cannot be made.
 ShortLinePatterns probe_short_lines(Display* display, Drawable drawable, int depth);
 
+// Whether the server draws thin lines of every slope, tens and more than a
+// hundred pixels long, as walk_nearest_pixels walks them, found by drawing a
+// set of them into a scratch pixmap of the given depth and reading it back.
+bool probe_long_lines(Display* display, Drawable drawable, int depth);
+
 // A pixel of the default colormap for an RGB colour (components 0..1);
 // when the colour cannot be allocated, the screen's white or black pixel,
 // whichever is nearer.
@@ -97,6 +102,9 @@ class X11Window {
     int width = 0, height = 0;
     // What probe_short_lines found when the window opened.
     ShortLinePatterns short_lines;
+    // What probe_long_lines finds, asked the first time it is needed: only
+    // a scene with many long lines in one colour needs it.
+    bool long_lines_drawn_nearest();
 
   private:
     X11Window() = default;
@@ -113,6 +121,8 @@ class X11Window {
     std::unordered_map<uint64_t, unsigned long> pixel_cache_;
     unsigned long cached_pixel(const float rgb[3]);
     unsigned long drawing_pixel_ = 0;  // the foreground GC's foreground
+    enum class Probed { NOT_YET, NEAREST, OTHER };
+    Probed long_lines_ = Probed::NOT_YET;
     // Lines and points drawn and not yet sent: one XDrawSegments and one
     // XDrawPoints call send them all, where a call for each would take
     // Xlib's lock and check its buffer for each. The server draws them

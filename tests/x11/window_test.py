@@ -438,6 +438,24 @@ def grid_mesh(x0, x1, y0, y1, columns, rows):
         " ".join("4" for _ in faces), " ".join(str(v) for f in faces for v in f), " ".join(points))
 
 
+def jagged_mesh(x0, x1, y0, y1, columns, rows, jitter, seed):
+    """A grid_mesh whose vertices are moved up or down by up to jitter, at
+    random from seed: long lines crossing each other's pixels many times
+    over, as in a dense scanned surface seen from afar."""
+    state = seed
+    points = []
+    for j in range(rows):
+        for i in range(columns):
+            state = (state * 1103515245 + 12345) % 2 ** 31
+            shift = jitter * (2.0 * state / 2 ** 31 - 1.0)
+            points.append("%.5f %.5f 0" % (x0 + (x1 - x0) * i / (columns - 1),
+                                           y0 + (y1 - y0) * j / (rows - 1) + shift))
+    faces = [[j * columns + i, j * columns + i + 1, (j + 1) * columns + i + 1,
+              (j + 1) * columns + i] for j in range(rows - 1) for i in range(columns - 1)]
+    return "PointsPolygons [%s] [%s] \"P\" [%s]\n" % (
+        " ".join("4" for _ in faces), " ".join(str(v) for f in faces for v in f), " ".join(points))
+
+
 # Each scene draws lines again (shared patch edges, seams, instances) and
 # short lines in plenty (high detail far away), some across a colour change.
 CULLING_SCENES = {
@@ -523,6 +541,13 @@ Disk 0 1 360
         grid_mesh(-12, 12, 0.8, 1.2, 400, 4), grid_mesh(-8, -2.9, -1.2, -0.8, 300, 3),
         "Color [1 0.4 0.2]\n", grid_mesh(-0.3, 0.3, -0.3, 0.3, 50, 50),
         grid_mesh(-12, 12, 0.8, 1.2, 400, 4)])),
+    # Thousands of long lines in one colour, so that their pixels are known:
+    # the mesh crosses the picture's left and top edges, is drawn over
+    # itself, and is drawn again after a colour change.
+    "dense_meshes_of_long_lines": culling_scene(1, "".join([
+        "Color [0.9 0.9 0.3]\n", jagged_mesh(-4, 1.5, -1.2, 3, 90, 70, 0.35, 7),
+        jagged_mesh(-1, 1, -1, 1, 40, 40, 0.5, 11), "Color [0.2 0.5 1]\n",
+        jagged_mesh(-1.5, 0.5, -1.5, 0.5, 60, 60, 0.3, 5)])),
 }
 
 
