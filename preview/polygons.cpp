@@ -148,7 +148,8 @@ IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]
 // box is known drawn, because it lies off the picture or on pixels already
 // drawn in the colour, is not drawn at all: a mesh reaching far past the
 // view (a ground plane, a landscape) would otherwise have most of its
-// faces walked, queued and clipped away one segment at a time.
+// faces walked, queued and clipped away one segment at a time. In a run
+// not known drawn, each loop is asked about in turn.
 constexpr int LOOPS_A_RUN = 64;
 
 // The raster box of the vertices of the count loops from verts (loop l has
@@ -187,7 +188,7 @@ bool draw_loop(X11VectorPreviewer* out, int n, const RtInt verts[], const Raster
 // loops name every vertex up to the highest (as a mesh does), else each
 // loop's vertices are projected as the loop is drawn. Either way every
 // segment comes out as if each vertex were projected where it is used, less
-// runs of loops known drawn (LOOPS_A_RUN); every loop is still kept. When
+// runs and loops known drawn (LOOPS_A_RUN); every loop is still kept. When
 // memory runs out for the projection, what was drawn up to there is sent.
 void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], const float* P) {
     X11VectorPreviewer* out = previewer();
@@ -211,7 +212,12 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
             const int n = nverts[l];
             if (m.all_drawn || indices_valid(n, verts)) {
                 kept.loop(verts, n);
-                if (!left_out && !draw_loop(out, n, verts, shared, P)) {
+                // A run not known drawn as a whole asks about each loop:
+                // where a dense mesh is drawn over itself, most are.
+                const bool loop_known_drawn =
+                    left_out || (runs_asked &&
+                                 out->box_drawn(box_of_loops(1, nverts + l, verts, shared, true)));
+                if (!loop_known_drawn && !draw_loop(out, n, verts, shared, P)) {
                     out->send_queued_segments();
                     return;
                 }
