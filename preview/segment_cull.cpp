@@ -141,7 +141,9 @@ bool WindowCuller::long_line_known_drawn(int x0, int y0, int x1, int y1) {
 }
 
 // walk_nearest_pixels's test for a line inside the pixmap, stepping through
-// the bitmap's bits: most long lines of a dense mesh are tested whole.
+// the bitmap's bits with no bounds to check: most long lines of a dense mesh
+// are inside and tested whole, and the general walk took three times as
+// long over them (the tests walk lines of both kinds).
 bool WindowCuller::steps_marked(int x0, int y0, int x1, int y1) const {
     const int dx = x1 - x0, dy = y1 - y0;
     const bool x_major = std::abs(dx) >= std::abs(dy);
