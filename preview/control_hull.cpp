@@ -169,3 +169,13 @@ ControlHull::Extent ControlHull::extents(const float* points, size_t count, Exte
     }
     return joined;
 }
+
+bool object_box_raster_box(const float low[3], const float high[3], RasterBox* box) {
+    float corners[8][3];
+    for (int k = 0; k < 8; ++k) {
+        for (int c = 0; c < 3; ++c) corners[k][c] = (k >> c) & 1 ? high[c] : low[c];
+    }
+    const ControlHull hull(ScreenProjection(), 0.0);
+    ControlHull::Extent each[8];
+    return hull.raster_box(hull.extents(&corners[0][0], 8, each), box);
+}

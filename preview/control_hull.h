@@ -88,4 +88,10 @@ class ControlHull {
     double inverse_xstep_, inverse_ystep_, inverse_pixel_;
 };
 
+// The raster box of every point of the object-space box from low to high,
+// projected as lattice points and mesh vertices are: each such point is a
+// convex blend of the box's eight corners, so a hull of the corners with no
+// excess holds it. False when no box can be given.
+bool object_box_raster_box(const float low[3], const float high[3], RasterBox* box);
+
 #endif  // TRACERY_PREVIEW_CONTROL_HULL_H

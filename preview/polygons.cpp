@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdarg>
 #include <cstring>
 #include <limits>
@@ -15,6 +16,7 @@
 #include <vector>
 
 #include "driver/globals.h"
+#include "preview/control_hull.h"
 #include "preview/dump.h"
 #include "preview/projection.h"
 #include "preview/world_sink.h"
@@ -167,6 +169,24 @@ RasterBox box_of_loops(int count, const RtInt nverts[], const RtInt verts[],
     return box;
 }
 
+// Whether the raster box of the object-space box of the count vertices of
+// P is known drawn: a mesh wholly off the picture is then not projected.
+// A vertex that is not a number is never drawn, so it is left out of the
+// box (every comparison with it is false).
+bool object_box_known_drawn(X11VectorPreviewer* out, const float* P, size_t count) {
+    float low[3] = {HUGE_VALF, HUGE_VALF, HUGE_VALF},
+          high[3] = {-HUGE_VALF, -HUGE_VALF, -HUGE_VALF};
+    for (size_t k = 0; k < count; ++k) {
+        for (int c = 0; c < 3; ++c) {
+            const float v = P[3 * k + size_t(c)];
+            low[c] = v < low[c] ? v : low[c];
+            high[c] = v > high[c] ? v : high[c];
+        }
+    }
+    RasterBox box;
+    return low[0] <= high[0] && object_box_raster_box(low, high, &box) && out->box_drawn(box);
+}
+
 // Draws the closed outline through P[verts[0]], ..., P[verts[n - 1]], from
 // the shared raster points when given, else projecting its own; false when
 // memory ran out for them.
@@ -195,13 +215,18 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     if (out == nullptr || !out->has_outputs()) return;  // nothing would take the lines
     const IndexedLoops m = measure_loops(nloops, nverts, verts);
     const size_t vertices = size_t(m.highest) + 1;
+    const bool is_mesh = vertices <= m.indices;
+    KeptLoops kept(P, is_mesh ? vertices : 0);
+    // The whole mesh is asked about first when it has runs to spare: by the
+    // box of its vertices in object space before they are projected, then
+    // by the box of their raster points.
+    const bool runs_asked = is_mesh && out->drawn_segments_skippable();
+    const bool whole_asked = runs_asked && m.loops > LOOPS_A_RUN;
+    bool all_known_drawn = whole_asked && object_box_known_drawn(out, P, vertices);
     const RasterPoint* shared = nullptr;
-    if (vertices <= m.indices && (shared = project_vertices(P, vertices)) == nullptr) return;
-    KeptLoops kept(P, shared != nullptr ? vertices : 0);
-    // The whole mesh is asked about first when it has runs to spare.
-    const bool runs_asked = shared != nullptr && out->drawn_segments_skippable();
-    const bool all_known_drawn =
-        runs_asked && m.loops > LOOPS_A_RUN && out->box_drawn(RasterBox::of(shared, vertices));
+    if (is_mesh && !all_known_drawn && (shared = project_vertices(P, vertices)) == nullptr) return;
+    all_known_drawn =
+        all_known_drawn || (whole_asked && out->box_drawn(RasterBox::of(shared, vertices)));
     for (int first = 0; first < m.loops; first += LOOPS_A_RUN) {
         const int count = std::min(LOOPS_A_RUN, m.loops - first);
         const bool left_out =

@@ -184,18 +184,10 @@ bool left_out_before_filling(BoxOf box_of) {
 }
 
 // The raster box of the object-space box from -reach to reach in x and y and
-// from z_low to z_high: its corners are the control points of a hull with no
-// excess, and ControlHull allows for the projection's rounding.
-bool object_box_raster_box(float reach, float z_low, float z_high, RasterBox* box) {
-    float corners[8][3];
-    for (int k = 0; k < 8; ++k) {
-        corners[k][0] = (k & 1) ? reach : -reach;
-        corners[k][1] = (k & 2) ? reach : -reach;
-        corners[k][2] = (k & 4) ? z_high : z_low;
-    }
-    const ControlHull hull(ScreenProjection(), 0.0);
-    ControlHull::Extent each[8];
-    return hull.raster_box(hull.extents(&corners[0][0], 8, each), box);
+// from z_low to z_high.
+bool symmetric_box_raster_box(float reach, float z_low, float z_high, RasterBox* box) {
+    const float low[3] = {-reach, -reach, z_low}, high[3] = {reach, reach, z_high};
+    return object_box_raster_box(low, high, box);
 }
 
 }  // namespace
@@ -207,12 +199,12 @@ bool object_box_raster_box(float reach, float z_low, float z_high, RasterBox* bo
 // coordinate passes the bound.
 bool sphere_raster_box(float radius, RasterBox* box) {
     const float reach = std::fabs(radius);
-    return object_box_raster_box(reach, -reach, reach, box);
+    return symmetric_box_raster_box(reach, -reach, reach, box);
 }
 
 bool torus_raster_box(float majorrad, float minorrad, RasterBox* box) {
     const float tube = std::fabs(minorrad);
-    return object_box_raster_box(std::fabs(majorrad) + tube, -tube, tube, box);
+    return symmetric_box_raster_box(std::fabs(majorrad) + tube, -tube, tube, box);
 }
 
 RtVoid RiSphere(RtFloat radius, RtFloat zmin, RtFloat zmax, RtFloat thetamax, ...) {
