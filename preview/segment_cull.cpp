@@ -62,7 +62,8 @@ void WindowCuller::forget() {
 
 // A row at a time, a word at a time: the box of a lattice spans few words.
 // A tall box, once long lines have been marked, is first asked of the
-// bands it covers whole and of its rows beyond them.
+// bands it meets, a word a band: every row of those bands must be drawn
+// then, which inside a mesh drawn over itself they are.
 bool WindowCuller::box_drawn(int x0, int y0, int x1, int y1) const {
     if (!short_known_) return false;
     x0 = std::max(x0, 0);
@@ -70,12 +71,9 @@ bool WindowCuller::box_drawn(int x0, int y0, int x1, int y1) const {
     x1 = std::min(x1, width_ - 1);
     y1 = std::min(y1, height_ - 1);
     if (x0 > x1 || y0 > y1) return true;
-    if (bands_marked_ && y1 - y0 >= 2 * BAND_ROWS) {
-        const int band0 = (y0 + BAND_ROWS - 1) / BAND_ROWS, band1 = (y1 + 1) / BAND_ROWS - 1;
-        if (bands_drawn(x0, band0, x1, band1) && rows_drawn(x0, y0, x1, band0 * BAND_ROWS - 1) &&
-            rows_drawn(x0, (band1 + 1) * BAND_ROWS, x1, y1)) {
-            return true;
-        }
+    if (bands_marked_ && y1 - y0 >= 2 * BAND_ROWS &&
+        bands_drawn(x0, y0 / BAND_ROWS, x1, y1 / BAND_ROWS)) {
+        return true;
     }
     return rows_drawn(x0, y0, x1, y1);
 }
