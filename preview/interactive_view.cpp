@@ -272,6 +272,7 @@ void InteractiveView::set_title() const {
 
 void InteractiveView::redraw() {
     X11PixmapSink sink(window_);
+    sink.leave_long_lines_unknown();
     if (store_.frame_count() == 0) {
         sink.world_begin(window_.width, window_.height);
         sink.world_end();

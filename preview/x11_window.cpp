@@ -624,6 +624,10 @@ void X11PixmapSink::set_line_width(int width) {
     culler_.forget();
 }
 
+void X11PixmapSink::leave_long_lines_unknown() {
+    culler_.long_lines_tested(false);
+}
+
 void X11PixmapSink::world_end() {
     window_.show();
 }
