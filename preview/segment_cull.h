@@ -210,8 +210,8 @@ class WindowCuller {
         const size_t list_limit = list_limit_;
         const int width = width_, height = height_;
         const long row_bits = long(words_per_row_) * 64;
-        const bool look_up = skipped_batches_ == 0;
         const bool knowing = knows_long_lines();
+        const bool look_up = skipped_batches_ == 0 || knowing;
         size_t looked_up = 0, repeats = 0;
         for (Line* line = first; line != last; ++line) {
             const int x0 = line->x1, y0 = line->y1, dx = line->x2 - x0, dy = line->y2 - y0;
@@ -225,7 +225,10 @@ class WindowCuller {
                 }
                 if (!left_out) {
                     ++long_lines_sent_;
-                    if (knowing) left_out = long_line_known_drawn(x0, y0, line->x2, line->y2);
+                    if (knowing && long_line_known_drawn(x0, y0, line->x2, line->y2)) {
+                        left_out = true;
+                        remember_way_back(x0, y0, line->x2, line->y2);
+                    }
                 }
                 kept += !left_out;
                 continue;
@@ -287,6 +290,13 @@ class WindowCuller {
     size_t bit_of(int x, int y) const { return size_t(y) * words_per_row_ * 64 + size_t(x); }
     bool pixel_marked(int x, int y) const {
         return (bits_[bit_of(x, y) / 64] >> (bit_of(x, y) % 64)) & 1;
+    }
+    // A line known drawn is known drawn the other way round too: its
+    // candidate pixels are the same (the nearest at each step, both at a
+    // tie), so it is remembered as sent that way. Each edge of a mesh is
+    // drawn once by each face beside it.
+    void remember_way_back(int x0, int y0, int x1, int y1) {
+        if (line_keyable(x0, y0, x1, y1)) lines_.seen(line_key(x1, y1, x0, y0));
     }
     bool repeats_sent_line(int x0, int y0, int x1, int y1) {
         return line_keyable(x0, y0, x1, y1) && lines_.seen(line_key(x0, y0, x1, y1));

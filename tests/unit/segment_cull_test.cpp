@@ -299,6 +299,20 @@ TEST_F(KnownLongLinesTest, MarksTheCertainPixelsAndLeavesOutLinesOverThem) {
     EXPECT_FALSE(wide.box_drawn(10, 10, 10, 10));
 }
 
+TEST_F(KnownLongLinesTest, ALineKnownDrawnIsKnownDrawnTheOtherWayRound) {
+    // Every candidate of the line drawn as points, and nothing else.
+    std::vector<Line> points;
+    for (const Step& s : nearest_steps(20, 5, 60, 25)) {
+        points.push_back({short(s.x), short(s.y), short(s.x), short(s.y)});
+        if (s.tie) points.push_back({short(s.x), short(s.y - 1), short(s.x), short(s.y - 1)});
+    }
+    cull_wide(points);
+    EXPECT_TRUE(cull_wide({{20, 5, 60, 25}}).empty());
+    EXPECT_TRUE(cull_wide({{60, 25, 20, 5}}).empty());
+    // The same line a pixel lower or to the side, either way round, is sent.
+    EXPECT_EQ(cull_wide({{60, 26, 20, 6}, {20, 6, 60, 26}, {61, 25, 21, 5}}).size(), 3u);
+}
+
 TEST(WindowCullerUnknownServer, LongLinesOfAnotherShapeAreNeverLeftOut) {
     WindowCuller culler(64, 48, stepped_patterns());
     std::vector<Line> lines;
