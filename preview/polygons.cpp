@@ -216,7 +216,6 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     const IndexedLoops m = measure_loops(nloops, nverts, verts);
     const size_t vertices = size_t(m.highest) + 1;
     const bool is_mesh = vertices <= m.indices;
-    KeptLoops kept(P, is_mesh ? vertices : 0);
     // The whole mesh is asked about first when it has runs to spare: by the
     // box of its vertices in object space before they are projected, then
     // by the box of their raster points.
@@ -225,6 +224,7 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     bool all_known_drawn = whole_asked && object_box_known_drawn(out, P, vertices);
     const RasterPoint* shared = nullptr;
     if (is_mesh && !all_known_drawn && (shared = project_vertices(P, vertices)) == nullptr) return;
+    KeptLoops kept(P, is_mesh ? vertices : 0);
     all_known_drawn =
         all_known_drawn || (whole_asked && out->box_drawn(RasterBox::of(shared, vertices)));
     for (int first = 0; first < m.loops; first += LOOPS_A_RUN) {
