@@ -436,8 +436,9 @@ std::vector<std::vector<LongProbeLine>> long_probe_shelves() {
 bool probed_as_nearest(XImage* image, const LongProbeLine& line) {
     long count = 0;
     for (int y = 0; y < line.cell_height; ++y) {
-        for (int x = 0; x < line.cell_width; ++x)
+        for (int x = 0; x < line.cell_width; ++x) {
             count += XGetPixel(image, line.cell_x + x, y) != 0;
+        }
     }
     return drawn_as_nearest(line.dx, line.dy, count, [&](int ox, int oy) {
         return XGetPixel(image, line.x + ox, line.y + oy) != 0;
