@@ -12,7 +12,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <new>
+#include <type_traits>
 #include <vector>
 
 #include "driver/globals.h"
@@ -23,6 +23,7 @@
 #include "preview/x11_previewer.h"
 #include "ri/transforms.h"
 #include "support/error.h"
+#include "support/memory.h"
 
 namespace {
 
@@ -52,6 +53,8 @@ void report_missing_positions() {
 // runs out the room is null, none is kept, and the next call tries afresh.
 template <typename T>
 class ScratchRoom {
+    static_assert(std::is_trivial<T>::value, "the room's values are never constructed");
+
   public:
     T* room(size_t count) {
         count = std::max<size_t>(count, 1);  // no room is null but for want of memory
@@ -60,13 +63,16 @@ class ScratchRoom {
         capacity_ = 0;
         if (count > std::numeric_limits<size_t>::max() / sizeof(T) / 2) return nullptr;
         const size_t wanted = count + count / 8;
-        values_.reset(new (std::nothrow) T[wanted]);
+        values_.reset(static_cast<T*>(alloc_scratch(wanted * sizeof(T))));
         if (values_ != nullptr) capacity_ = wanted;
         return values_.get();
     }
 
   private:
-    std::unique_ptr<T[]> values_;
+    struct Free {
+        void operator()(T* values) const { std::free(values); }
+    };
+    std::unique_ptr<T[], Free> values_;
     size_t capacity_ = 0;
 };
 
@@ -130,8 +136,30 @@ struct IndexedLoops {
     bool all_drawn = true;  // no loop has a negative index
 };
 
+// The common case, measured in two passes the compiler makes vector code
+// of: no count and no index is negative, so every loop is drawn. False,
+// with m untouched, otherwise.
+bool measure_valid_loops(int nloops, const RtInt nverts[], const RtInt verts[], IndexedLoops* m) {
+    long long indices = 0;
+    RtInt least_count = 0;
+    for (int l = 0; l < nloops; ++l) {
+        indices += nverts[l];
+        least_count = std::min(least_count, nverts[l]);
+    }
+    if (least_count < 0) return false;
+    RtInt lowest = 0, highest = -1;
+    for (long long k = 0; k < indices; ++k) {
+        lowest = std::min(lowest, verts[k]);
+        highest = std::max(highest, verts[k]);
+    }
+    if (lowest < 0) return false;
+    *m = {nloops, size_t(indices), highest, true};
+    return true;
+}
+
 IndexedLoops measure_loops(int nloops, const RtInt nverts[], const RtInt verts[]) {
     IndexedLoops m;
+    if (measure_valid_loops(nloops, nverts, verts, &m)) return m;
     for (; m.loops < nloops && nverts[m.loops] >= 0; ++m.loops) {
         const int n = nverts[m.loops];
         if (indices_valid(n, verts)) {

@@ -4,10 +4,13 @@
 #include "support/memory.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+
+#include <sys/mman.h>
 
 #include "math/derived_matrices.h"
 #include "math/matrix.h"
@@ -41,6 +44,20 @@ void* myalloc(size_t size) {
         RMError(RIE_NOMEM, RIE_SEVERE, "out of core memory");
     }
     return p;
+}
+
+void* alloc_scratch(size_t size) {
+#ifdef MADV_HUGEPAGE
+    constexpr size_t HUGE_PAGE = size_t(2) << 20;
+    if (size >= HUGE_PAGE && size <= SIZE_MAX - HUGE_PAGE) {
+        const size_t rounded = (size + HUGE_PAGE - 1) / HUGE_PAGE * HUGE_PAGE;
+        void* room = std::aligned_alloc(HUGE_PAGE, rounded);
+        // Advice only: where it is refused the room keeps small pages.
+        if (room != nullptr) madvise(room, rounded, MADV_HUGEPAGE);
+        return room;
+    }
+#endif
+    return std::malloc(size != 0 ? size : 1);
 }
 
 void myfree(void* p) {

@@ -20,6 +20,13 @@ void* myalloc(size_t size);
 // free with counting; a null pointer is reported as an error and not freed.
 void myfree(void* p);
 
+// Scratch room of the given size (at least one byte), freed with free(), or
+// null when memory runs out; it is not counted and not reported. A room of
+// megabytes is placed on huge pages where the system offers them: faulting
+// in a mesh's projected vertices 4 KB at a time cost more than filling
+// them, and reads from all over the room miss the page tables less.
+void* alloc_scratch(size_t size);
+
 // A pooled 4x4 matrix holding a copy of m, or the identity when m is null.
 float (*alloc_RtMatrix(const float m[4][4]))[4];
 // A pooled transformation record: all zero when t is null, otherwise a copy
