@@ -14,7 +14,8 @@ struct Transformation;
 extern int totalalloced;
 extern int totalfreed;
 
-// malloc with counting; a failure prints "Request for %d bytes" and reports
+// malloc with counting (a block of megabytes placed as alloc_scratch places
+// it); a failure prints "Request for %d bytes" and reports
 // a severe out-of-memory error.
 void* myalloc(size_t size);
 // free with counting; a null pointer is reported as an error and not freed.
@@ -23,8 +24,9 @@ void myfree(void* p);
 // Scratch room of the given size (at least one byte), freed with free(), or
 // null when memory runs out; it is not counted and not reported. A room of
 // megabytes is placed on huge pages where the system offers them: faulting
-// in a mesh's projected vertices 4 KB at a time cost more than filling
-// them, and reads from all over the room miss the page tables less.
+// in a mesh's indices or projected vertices 4 KB at a time took longer than
+// reading them from the file (a fault costs microseconds on a virtual
+// machine), and reads from all over the room miss the page tables less.
 void* alloc_scratch(size_t size);
 
 // A pooled 4x4 matrix holding a copy of m, or the identity when m is null.
