@@ -89,6 +89,7 @@ class LineRaster {
     const Stamp& stamp(int dx, int dy);
     void draw_stamp(const Stamp& s, int x0, int y0);
     void draw_long(int x0, int y0, int x1, int y1);
+    bool over_colour(double ax, double ay, double bx, double by) const;
     // A pixel already of the colour stays so (dense scenes are mostly such
     // pixels).
     void blend(int x, int y, uint32_t coverage) {

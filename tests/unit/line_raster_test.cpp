@@ -114,6 +114,49 @@ TEST(LineRaster, CoverageIsTheRectanglesAreaInEachPixel) {
     EXPECT_GT(checked, 10000);
 }
 
+// A long line over pixels of its colour is left out, since it would change
+// nothing; one pixel of another colour anywhere it touches (as drawing it on
+// black shows) must still take its share.
+TEST(LineRaster, ALineOverItsColourChangesExactlyThePixelsItTouches) {
+    constexpr int W = 40, H = 36;
+    const float white[3] = {1, 1, 1}, red[3] = {1, 0, 0};
+    std::mt19937 random(11);
+    std::uniform_int_distribution<int> near(-3, W + 2);
+    int touched_checked = 0;
+    for (int n = 0; n < 300; ++n) {
+        const int x0 = near(random), y0 = near(random), x1 = near(random), y1 = near(random);
+        if (std::max(std::abs(x1 - x0), std::abs(y1 - y0)) < 9) continue;  // long lines only
+        std::vector<uint32_t> black(W * H, 0);
+        LineRaster on_black;
+        on_black.attach(black.data(), W, H, W);
+        on_black.set_colour(white);
+        on_black.draw(x0, y0, x1, y1);
+        std::vector<uint32_t> red_pixels(W * H, 0);
+        LineRaster raster;
+        raster.attach(red_pixels.data(), W, H, W);
+        raster.set_colour(red);
+        for (int k = 0; k < W * H; ++k) raster.draw(k % W, k / W, k % W, k / W);
+        const uint32_t red_pixel = red_pixels[0];
+        // One white pixel on or beside the line, up to 3 pixels away.
+        for (int y = std::max(0, std::min(y0, y1) - 3); y <= std::min(H - 1, std::max(y0, y1) + 3);
+             ++y) {
+            for (int x = std::max(0, std::min(x0, x1) - 3);
+                 x <= std::min(W - 1, std::max(x0, x1) + 3); x += 2) {
+                std::vector<uint32_t> pixels(W * H, red_pixel);
+                pixels[y * W + x] = 0xffffffff;
+                raster.attach(pixels.data(), W, H, W);
+                raster.draw(x0, y0, x1, y1);
+                const bool touched = black[y * W + x] != 0;
+                ASSERT_EQ(pixels[y * W + x] != 0xffffffff, touched)
+                    << "segment " << x0 << "," << y0 << " " << x1 << "," << y1 << " pixel " << x
+                    << "," << y;
+                touched_checked += touched;
+            }
+        }
+    }
+    EXPECT_GT(touched_checked, 1000);
+}
+
 TEST(LineRaster, BoxIsColourOnlyWhenEveryPixelInsideThePictureIs) {
     constexpr int W = 20, H = 10;
     const float red[3] = {1, 0, 0}, blue[3] = {0, 0, 1};
