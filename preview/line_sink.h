@@ -79,6 +79,11 @@ class LineSink {
     // in a way that shapes what it makes (a picture ends its strokes after
     // so many lines) says no.
     virtual bool drawn_segments_skippable() const { return false; }
+    // Whether what it makes of the segments of one colour is the same in
+    // whatever order they come, so that a drawer may hand them over in an
+    // order that finds more of them known drawn. A picture that blends
+    // lines, or a page that lists them, says no.
+    virtual bool order_free() const { return false; }
     // One grid object has been drawn (the PostScript page strokes here).
     virtual void object_end() {}
     // The drawing colour changes (RiColor while colours are in use).

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <vector>
 
@@ -230,14 +231,102 @@ bool draw_loop(X11VectorPreviewer* out, int n, const RtInt verts[], const Raster
     return true;
 }
 
+// What drawing the loops of one list shares: the list, the raster points of
+// its vertices, and what is known of them.
+struct LoopDrawing {
+    X11VectorPreviewer* out;
+    const RtInt* nverts;
+    const float* P;
+    const RasterPoint* shared;
+    bool all_drawn;        // no loop has a negative index
+    bool runs_asked;       // runs and loops known drawn may be left out
+    bool all_known_drawn;  // the whole list is
+    KeptLoops* kept;       // null when the loops are kept apart
+};
+
+// Draws (and keeps) loops first..end - 1, whose indices start at verts, run
+// by run; false when memory ran out for their raster points.
+bool draw_loop_runs(const LoopDrawing& d, int first, int end, const RtInt* verts) {
+    for (; first < end; first += LOOPS_A_RUN) {
+        const int count = std::min(LOOPS_A_RUN, end - first);
+        const bool left_out =
+            d.all_known_drawn ||
+            (d.runs_asked &&
+             d.out->box_drawn(box_of_loops(count, d.nverts + first, verts, d.shared, d.all_drawn)));
+        for (int l = first; l < first + count; ++l) {
+            const int n = d.nverts[l];
+            if (d.all_drawn || indices_valid(n, verts)) {
+                if (d.kept != nullptr) d.kept->loop(verts, n);
+                // A run not known drawn as a whole asks about each loop:
+                // where a dense mesh is drawn over itself, most are.
+                const bool loop_known_drawn =
+                    left_out || (d.runs_asked && d.out->box_drawn(box_of_loops(
+                                                     1, d.nverts + l, verts, d.shared, true)));
+                if (!loop_known_drawn && !draw_loop(d.out, n, verts, d.shared, d.P)) return false;
+            }
+            verts += n;
+        }
+    }
+    return true;
+}
+
+// A mesh of many blocks of loops, drawn where the order of its segments in
+// one colour changes no pixel (the window), is drawn a block at a time in
+// the order of the blocks' numbers with their bits reversed: 0, half, a
+// quarter, three quarters and so on. The first blocks drawn are spread over
+// the whole mesh, so that where a dense mesh is drawn over itself the later
+// ones find most of their runs known drawn, where in the order given each
+// run reaches into pixels only the runs after it draw. Within a block the
+// loops go in order, so that their vertices are read in order.
+constexpr int LOOPS_A_BLOCK = 16 * LOOPS_A_RUN;
+
+int reversed_bits(int value, int bits) {
+    int reversed = 0;
+    for (int k = 0; k < bits; ++k, value >>= 1) reversed = reversed << 1 | (value & 1);
+    return reversed;
+}
+
+// Draws loops 0..loops - 1 so; false when memory ran out (for the blocks'
+// places too).
+bool draw_blocks_spread(const LoopDrawing& d, int loops, const RtInt* verts) {
+    const int blocks = (loops + LOOPS_A_BLOCK - 1) / LOOPS_A_BLOCK;
+    std::unique_ptr<const RtInt*[]> starts(new (std::nothrow) const RtInt*[size_t(blocks)]);
+    if (starts == nullptr) return false;
+    for (int b = 0, l = 0; b < blocks; ++b) {
+        starts[b] = verts;
+        for (const int end = std::min(loops, l + LOOPS_A_BLOCK); l < end; ++l) verts += d.nverts[l];
+    }
+    int bits = 0;
+    while ((1 << bits) < blocks) ++bits;
+    for (int k = 0; k < (1 << bits); ++k) {
+        const int b = reversed_bits(k, bits);
+        if (b >= blocks) continue;
+        const int first = b * LOOPS_A_BLOCK;
+        if (!draw_loop_runs(d, first, std::min(loops, first + LOOPS_A_BLOCK), starts[b])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Keeps the drawable loops of the list in order, apart from their drawing.
+void keep_loops(KeptLoops& kept, const LoopDrawing& d, int loops, const RtInt* verts) {
+    for (int l = 0; l < loops; ++l) {
+        const int n = d.nverts[l];
+        if (d.all_drawn || indices_valid(n, verts)) kept.loop(verts, n);
+        verts += n;
+    }
+}
+
 // Draws nloops closed outlines by index (loop l has nverts[l] indices, taken
 // in turn from verts), stopping at a negative count; a loop with a negative
 // index is skipped. A vertex shared by many loops is projected once when the
 // loops name every vertex up to the highest (as a mesh does), else each
 // loop's vertices are projected as the loop is drawn. Either way every
 // segment comes out as if each vertex were projected where it is used, less
-// runs and loops known drawn (LOOPS_A_RUN); every loop is still kept. When
-// memory runs out for the projection, what was drawn up to there is sent.
+// runs and loops known drawn (LOOPS_A_RUN), and perhaps in another order
+// (LOOPS_A_BLOCK); every loop is still kept, in order. When memory runs out
+// for the projection, what was drawn up to there is sent.
 void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], const float* P) {
     X11VectorPreviewer* out = previewer();
     if (out == nullptr || !out->has_outputs()) return;  // nothing would take the lines
@@ -255,29 +344,19 @@ void draw_indexed_loops(int nloops, const RtInt nverts[], const RtInt verts[], c
     KeptLoops kept(P, is_mesh ? vertices : 0);
     all_known_drawn =
         all_known_drawn || (whole_asked && out->box_drawn(RasterBox::of(shared, vertices)));
-    for (int first = 0; first < m.loops; first += LOOPS_A_RUN) {
-        const int count = std::min(LOOPS_A_RUN, m.loops - first);
-        const bool left_out =
-            all_known_drawn ||
-            (runs_asked &&
-             out->box_drawn(box_of_loops(count, nverts + first, verts, shared, m.all_drawn)));
-        for (int l = first; l < first + count; ++l) {
-            const int n = nverts[l];
-            if (m.all_drawn || indices_valid(n, verts)) {
-                kept.loop(verts, n);
-                // A run not known drawn as a whole asks about each loop:
-                // where a dense mesh is drawn over itself, most are.
-                const bool loop_known_drawn =
-                    left_out || (runs_asked &&
-                                 out->box_drawn(box_of_loops(1, nverts + l, verts, shared, true)));
-                if (!loop_known_drawn && !draw_loop(out, n, verts, shared, P)) {
-                    out->send_queued_segments();
-                    return;
-                }
-            }
-            verts += n;
+    LoopDrawing d{out, nverts, P, shared, m.all_drawn, runs_asked, all_known_drawn, &kept};
+    const bool spread =
+        runs_asked && !all_known_drawn && m.loops >= 2 * LOOPS_A_BLOCK && out->drawing_order_free();
+    if (spread) {
+        if (kept.on()) keep_loops(kept, d, m.loops, verts);
+        d.kept = nullptr;
+        if (draw_blocks_spread(d, m.loops, verts)) {
+            out->send_queued_segments();
+            return;
         }
+        // Out of memory for the blocks' places: drawn in order after all.
     }
+    draw_loop_runs(d, 0, m.loops, verts);
     out->send_queued_segments();
 }
 

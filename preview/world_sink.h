@@ -69,6 +69,8 @@ class KeptLoops {
     KeptLoops& operator=(const KeptLoops&) = delete;
     // The loop through P[verts[0]], ..., P[verts[n - 1]].
     void loop(const int* verts, int n);
+    // Whether loops are kept (the interactive mode, memory allowing).
+    bool on() const { return on_; }
 
   private:
     const float* P_;

@@ -256,6 +256,14 @@ bool X11VectorPreviewer::drawn_segments_skippable() const {
     return true;
 }
 
+bool X11VectorPreviewer::drawing_order_free() const {
+    if (sinks_.empty()) return false;
+    for (const auto& sink : sinks_) {
+        if (!sink->order_free()) return false;
+    }
+    return true;
+}
+
 void X11VectorPreviewer::send_segments(const RasterSegment* s, size_t count) {
     if (count == 0) return;
     for (auto& sink : sinks_) sink->segments(s, count);

@@ -64,6 +64,8 @@ class X11VectorPreviewer : public PreviewRenderer {
     // LineSink::drawn_segments_skippable. A drawer that would do work only
     // to ask box_drawn about part of its segments skips that work otherwise.
     bool drawn_segments_skippable() const;
+    // Whether every sink says LineSink::order_free (and there are sinks).
+    bool drawing_order_free() const;
 
     // Whether count lattices whose raster points all lie in the box may be
     // left out before they are even made: lattices only reach sinks (none is

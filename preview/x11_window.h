@@ -152,6 +152,8 @@ class X11PixmapSink final : public LineSink {
     // The pixmap's pixels do not depend on which lines reach the culler:
     // a line left out in a box known drawn would only have drawn there.
     bool drawn_segments_skippable() const override { return culling_; }
+    // Each pixel a line draws takes the foreground, whatever came before.
+    bool order_free() const override { return true; }
     void world_end() override;
     // Lines from here on are width pixels wide (0: the thin lines of the
     // drawing). The culler knows only thin lines, so it stands aside while
