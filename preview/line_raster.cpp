@@ -295,6 +295,9 @@ void LineRaster::attach(const std::vector<uint32_t*>& rows, int width) {
     rows_ = rows;
     width_ = rows_.empty() ? 0 : width;
     height_ = static_cast<int>(rows_.size());
+    tiles_wide_ = (width_ + TILE - 1) / TILE;
+    tile_epochs_.assign(size_t(tiles_wide_) * size_t((height_ + TILE - 1) / TILE), 0);
+    colour_epoch_ = 1;
 }
 
 uint32_t LineRaster::colour_byte(float component) {
@@ -303,8 +306,14 @@ uint32_t LineRaster::colour_byte(float component) {
 }
 
 void LineRaster::set_colour(const float rgb[3]) {
-    colour_ =
+    const uint32_t colour =
         0xff000000u | colour_byte(rgb[0]) << 16 | colour_byte(rgb[1]) << 8 | colour_byte(rgb[2]);
+    if (colour != colour_ && ++colour_epoch_ == 0) {
+        // The epochs wrapped round (once in four billion colours): forget for real.
+        std::fill(tile_epochs_.begin(), tile_epochs_.end(), 0);
+        colour_epoch_ = 1;
+    }
+    colour_ = colour;
 #ifdef __SSE2__
     colour16_ =
         _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(colour_)), _mm_setzero_si128());
@@ -383,7 +392,7 @@ void LineRaster::draw_stamp(const Stamp& s, int x0, int y0) {
 // line moves at most half a pixel from where it crosses the column's
 // middle. So the pixels within 1.21 of that crossing hold all it touches; a
 // margin of 1.5 also holds the band table's roundings (a 64th of a pixel).
-bool LineRaster::over_colour(double ax, double ay, double bx, double by) const {
+bool LineRaster::over_colour(double ax, double ay, double bx, double by) {
     const bool steep = std::fabs(by - ay) > std::fabs(bx - ax);
     double major_a = steep ? ay : ax, major_b = steep ? by : bx;
     double minor_a = steep ? ax : ay, minor_b = steep ? bx : by;
@@ -394,26 +403,89 @@ bool LineRaster::over_colour(double ax, double ay, double bx, double by) const {
     if (!(major_b - major_a > 0.0)) return false;
     const double slope = (minor_b - minor_a) / (major_b - major_a);
     const long major_size = steep ? height_ : width_, minor_size = steep ? width_ : height_;
-    const long first = std::max(0L, static_cast<long>(std::floor(major_a - 1.0)));
-    const long last = std::min(major_size - 1, static_cast<long>(std::floor(major_b + 1.0)));
     // The ends lie within a few pixels of the picture, so the centre line
-    // does too where it is looked at: raised by SHIFT, its floors are
-    // truncations.
+    // does too where it is looked at: raised by SHIFT, their floors and its
+    // are truncations.
     constexpr long SHIFT = 64;
+    const long first = std::max(0L, static_cast<long>(major_a - 1.0 + double(SHIFT)) - SHIFT);
+    const long last =
+        std::min(major_size - 1, static_cast<long>(major_b + 1.0 + double(SHIFT)) - SHIFT);
     double middle = minor_a + slope * (double(first) + 0.5 - major_a) + double(SHIFT);
+    // The box of every pixel looked at below: known of the colour by its
+    // tiles, or learned so once its pixels are found of the colour.
+    const double middle_last = middle + slope * double(last - first);
+    const long box_low =
+        std::max(0L, static_cast<long>(std::min(middle, middle_last) - 1.5) - SHIFT);
+    const long box_high =
+        std::min(minor_size - 1, static_cast<long>(std::max(middle, middle_last) + 1.5) - SHIFT);
+    if (first > last || box_low > box_high) return true;
+    const long x0 = steep ? box_low : first, x1 = steep ? box_high : last;
+    const long y0 = steep ? first : box_low, y1 = steep ? last : box_high;
+    if (tiles_of_colour(x0, y0, x1, y1)) return true;
     for (long k = first; k <= last; ++k, middle += slope) {
         const long low = std::max(0L, static_cast<long>(middle - 1.5) - SHIFT);
         const long high = std::min(minor_size - 1, static_cast<long>(middle + 1.5) - SHIFT);
-        if (steep) {
-            const uint32_t* const row = rows_[k];
-            for (long j = low; j <= high; ++j) {
-                if (row[j] != colour_) return false;
-            }
-        } else {
-            for (long j = low; j <= high; ++j) {
-                if (rows_[j][k] != colour_) return false;
-            }
+        if (!(steep ? row_is_colour(rows_[k], low, high, minor_size)
+                    : column_is_colour(k, low, high))) {
+            return false;
         }
+    }
+    learn_tiles(x0, y0, x1, y1);
+    return true;
+}
+
+bool LineRaster::tiles_of_colour(long x0, long y0, long x1, long y1) const {
+    for (long ty = y0 / TILE; ty <= y1 / TILE; ++ty) {
+        const uint32_t* const row = tile_epochs_.data() + size_t(ty) * size_t(tiles_wide_);
+        for (long tx = x0 / TILE; tx <= x1 / TILE; ++tx) {
+            if (row[tx] != colour_epoch_) return false;
+        }
+    }
+    return true;
+}
+
+// Marks the tiles over the box that hold only the colour; a line found over
+// its colour is where the next lines are likely to be (a dense scene drawn
+// over itself).
+void LineRaster::learn_tiles(long x0, long y0, long x1, long y1) {
+    for (long ty = y0 / TILE; ty <= y1 / TILE; ++ty) {
+        uint32_t* const row = tile_epochs_.data() + size_t(ty) * size_t(tiles_wide_);
+        const long bottom = std::min(long(height_) - 1, ty * TILE + TILE - 1);
+        for (long tx = x0 / TILE; tx <= x1 / TILE; ++tx) {
+            if (row[tx] == colour_epoch_) continue;
+            const long left = tx * TILE, right = std::min(long(width_) - 1, left + TILE - 1);
+            bool all = true;
+            for (long y = ty * TILE; y <= bottom && all; ++y) {
+                all = row_is_colour(rows_[y], left, std::min(right, left + 3), width_) &&
+                      (right < left + 4 || row_is_colour(rows_[y], left + 4, right, width_));
+            }
+            if (all) row[tx] = colour_epoch_;
+        }
+    }
+}
+
+// Whether pixels low..high (at most four) of a row of width pixels are of
+// the colour: four at once where four from low lie in the row.
+bool LineRaster::row_is_colour(const uint32_t* row, long low, long high, long width) const {
+#ifdef __SSE2__
+    if (high >= low && low + 3 < width) {
+        const __m128i got = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + low));
+        const __m128i same = _mm_cmpeq_epi32(got, _mm_set1_epi32(static_cast<int>(colour_)));
+        const int wanted = (1 << (high - low + 1)) - 1;
+        return (_mm_movemask_ps(_mm_castsi128_ps(same)) & wanted) == wanted;
+    }
+#else
+    (void)width;
+#endif
+    for (long j = low; j <= high; ++j) {
+        if (row[j] != colour_) return false;
+    }
+    return true;
+}
+
+bool LineRaster::column_is_colour(long column, long low, long high) const {
+    for (long j = low; j <= high; ++j) {
+        if (rows_[j][column] != colour_) return false;
     }
     return true;
 }

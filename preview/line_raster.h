@@ -89,7 +89,20 @@ class LineRaster {
     const Stamp& stamp(int dx, int dy);
     void draw_stamp(const Stamp& s, int x0, int y0);
     void draw_long(int x0, int y0, int x1, int y1);
-    bool over_colour(double ax, double ay, double bx, double by) const;
+    bool over_colour(double ax, double ay, double bx, double by);
+    bool row_is_colour(const uint32_t* row, long low, long high, long width) const;
+    bool column_is_colour(long column, long low, long high) const;
+    // The tiles of TILE x TILE pixels known to hold only the colour: a line
+    // blends only the colour, so a tile stays so until the colour changes
+    // or another picture is attached, and a long line whose pixels lie in
+    // such tiles changes nothing. A tile is known while its number is
+    // colour_epoch_, which a change of colour moves on.
+    static constexpr int TILE = 8;
+    bool tiles_of_colour(long x0, long y0, long x1, long y1) const;
+    void learn_tiles(long x0, long y0, long x1, long y1);
+    std::vector<uint32_t> tile_epochs_;
+    int tiles_wide_ = 0;
+    uint32_t colour_epoch_ = 1;
     // A pixel already of the colour stays so (dense scenes are mostly such
     // pixels).
     void blend(int x, int y, uint32_t coverage) {

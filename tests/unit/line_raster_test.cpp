@@ -115,8 +115,9 @@ TEST(LineRaster, CoverageIsTheRectanglesAreaInEachPixel) {
 }
 
 // A long line over pixels of its colour is left out, since it would change
-// nothing; one pixel of another colour anywhere it touches (as drawing it on
-// black shows) must still take its share.
+// nothing (as are lines over tiles of pixels found of its colour before);
+// one pixel of another colour anywhere it touches (as drawing it on black
+// shows) must still take its share.
 TEST(LineRaster, ALineOverItsColourChangesExactlyThePixelsItTouches) {
     constexpr int W = 40, H = 36;
     const float white[3] = {1, 1, 1}, red[3] = {1, 0, 0};
@@ -145,6 +146,10 @@ TEST(LineRaster, ALineOverItsColourChangesExactlyThePixelsItTouches) {
                 std::vector<uint32_t> pixels(W * H, red_pixel);
                 pixels[y * W + x] = 0xffffffff;
                 raster.attach(pixels.data(), W, H, W);
+                // A line two columns off, over red only, looks at the tiles
+                // around the white pixel first (they must not be taken for
+                // red ones).
+                raster.draw(x + 2, 0, x + 2, H - 1);
                 raster.draw(x0, y0, x1, y1);
                 const bool touched = black[y * W + x] != 0;
                 ASSERT_EQ(pixels[y * W + x] != 0xffffffff, touched)
