@@ -247,8 +247,8 @@ struct LoopDrawing {
 // Draws (and keeps) loops first..end - 1, whose indices start at verts, run
 // by run; false when memory ran out for their raster points.
 bool draw_loop_runs(const LoopDrawing& d, int first, int end, const RtInt* verts) {
-    for (; first < end; first += LOOPS_A_RUN) {
-        const int count = std::min(LOOPS_A_RUN, end - first);
+    for (int count = 0; first < end; first += count) {
+        count = std::min(LOOPS_A_RUN, end - first);
         const bool left_out =
             d.all_known_drawn ||
             (d.runs_asked &&
@@ -289,12 +289,14 @@ int reversed_bits(int value, int bits) {
 // Draws loops 0..loops - 1 so; false when memory ran out (for the blocks'
 // places too).
 bool draw_blocks_spread(const LoopDrawing& d, int loops, const RtInt* verts) {
-    const int blocks = (loops + LOOPS_A_BLOCK - 1) / LOOPS_A_BLOCK;
+    const int blocks = loops / LOOPS_A_BLOCK + (loops % LOOPS_A_BLOCK != 0);
     std::unique_ptr<const RtInt*[]> starts(new (std::nothrow) const RtInt*[size_t(blocks)]);
     if (starts == nullptr) return false;
     for (int b = 0, l = 0; b < blocks; ++b) {
         starts[b] = verts;
-        for (const int end = std::min(loops, l + LOOPS_A_BLOCK); l < end; ++l) verts += d.nverts[l];
+        for (const int end = l + std::min(LOOPS_A_BLOCK, loops - l); l < end; ++l) {
+            verts += d.nverts[l];
+        }
     }
     int bits = 0;
     while ((1 << bits) < blocks) ++bits;
@@ -302,7 +304,7 @@ bool draw_blocks_spread(const LoopDrawing& d, int loops, const RtInt* verts) {
         const int b = reversed_bits(k, bits);
         if (b >= blocks) continue;
         const int first = b * LOOPS_A_BLOCK;
-        if (!draw_loop_runs(d, first, std::min(loops, first + LOOPS_A_BLOCK), starts[b])) {
+        if (!draw_loop_runs(d, first, first + std::min(LOOPS_A_BLOCK, loops - first), starts[b])) {
             return false;
         }
     }
