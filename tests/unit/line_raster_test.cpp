@@ -162,6 +162,22 @@ TEST(LineRaster, ALineOverItsColourChangesExactlyThePixelsItTouches) {
     EXPECT_GT(touched_checked, 1000);
 }
 
+// Tiles found of one colour say nothing of the next colour's lines.
+TEST(LineRaster, ALineOfAnotherColourIsDrawnOverTilesFoundOfTheFirst) {
+    constexpr int W = 32, H = 32;
+    const float red[3] = {1, 0, 0}, blue[3] = {0, 0, 1};
+    std::vector<uint32_t> pixels(W * H, 0);
+    LineRaster raster;
+    raster.attach(pixels.data(), W, H, W);
+    raster.set_colour(red);
+    for (int k = 0; k < W * H; ++k) raster.draw(k % W, k / W, k % W, k / W);
+    const uint32_t red_pixel = pixels[0];
+    raster.draw(10, 0, 12, 31);  // over red only: the tiles it crosses are found red
+    raster.set_colour(blue);
+    raster.draw(10, 0, 12, 31);
+    EXPECT_NE(pixels[16 * W + 11], red_pixel);
+}
+
 TEST(LineRaster, BoxIsColourOnlyWhenEveryPixelInsideThePictureIs) {
     constexpr int W = 20, H = 10;
     const float red[3] = {1, 0, 0}, blue[3] = {0, 0, 1};
